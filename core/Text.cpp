@@ -1,0 +1,120 @@
+// Small text operations shared by every subsystem.
+#include "core/Text.h"
+
+namespace zrk {
+
+Text ascii(std::string_view s) { return Text(s.begin(), s.end()); }
+
+Text decimal(int64_t n) { return ascii(std::to_string(n)); }
+
+Text replaceAll(TextView in, TextView what, TextView with) {
+  if (what.empty()) return Text(in);
+  Text out;
+  out.reserve(in.size());
+  size_t pos = 0;
+  for (size_t hit; (hit = in.find(what, pos)) != TextView::npos; pos = hit + what.size()) {
+    out.append(in.substr(pos, hit - pos));
+    out.append(with);
+  }
+  out.append(in.substr(pos));
+  return out;
+}
+
+std::vector<Text> split(TextView in, TextView separator) {
+  std::vector<Text> parts;
+  if (in.empty()) return parts;
+  if (separator.empty()) return {Text(in)};
+  size_t pos = 0;
+  for (size_t hit; (hit = in.find(separator, pos)) != TextView::npos; pos = hit + separator.size()) {
+    parts.emplace_back(in.substr(pos, hit - pos));
+  }
+  parts.emplace_back(in.substr(pos));
+  return parts;
+}
+
+static char16_t foldCase(char16_t c) {
+  if (c >= u'a' && c <= u'z') return c - 32;
+  if (c >= 0xE0 && c <= 0xFE && c != 0xF7) return c - 32;
+  return c;
+}
+
+bool equalsNoCase(TextView a, TextView b) {
+  if (a.size() != b.size()) return false;
+  for (size_t i = 0; i < a.size(); ++i) {
+    if (foldCase(a[i]) != foldCase(b[i])) return false;
+  }
+  return true;
+}
+
+std::string toUtf8(TextView s) {
+  std::string out;
+  out.reserve(s.size());
+  for (size_t i = 0; i < s.size(); ++i) {
+    uint32_t c = s[i];
+    if (c >= 0xD800 && c <= 0xDBFF && i + 1 < s.size() && s[i + 1] >= 0xDC00 && s[i + 1] <= 0xDFFF) {
+      c = 0x10000 + ((c - 0xD800) << 10) + (s[++i] - 0xDC00);
+    } else if (c >= 0xD800 && c <= 0xDFFF) {
+      c = 0xFFFD;
+    }
+    if (c < 0x80) {
+      out += static_cast<char>(c);
+    } else if (c < 0x800) {
+      out += static_cast<char>(0xC0 | (c >> 6));
+      out += static_cast<char>(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+      out += static_cast<char>(0xE0 | (c >> 12));
+      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      out += static_cast<char>(0x80 | (c & 0x3F));
+    } else {
+      out += static_cast<char>(0xF0 | (c >> 18));
+      out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      out += static_cast<char>(0x80 | (c & 0x3F));
+    }
+  }
+  return out;
+}
+
+Text fromUtf8(std::string_view s) {
+  Text out;
+  out.reserve(s.size());
+  for (size_t i = 0; i < s.size();) {
+    unsigned char b = s[i];
+    uint32_t c;
+    size_t n;
+    if (b < 0x80) {
+      c = b, n = 1;
+    } else if ((b & 0xE0) == 0xC0) {
+      c = b & 0x1F, n = 2;
+    } else if ((b & 0xF0) == 0xE0) {
+      c = b & 0x0F, n = 3;
+    } else if ((b & 0xF8) == 0xF0) {
+      c = b & 0x07, n = 4;
+    } else {
+      out += u'\uFFFD', ++i;
+      continue;
+    }
+    if (i + n > s.size()) {
+      out += u'\uFFFD';
+      break;
+    }
+    bool ok = true;
+    for (size_t k = 1; k < n; ++k) {
+      unsigned char t = s[i + k];
+      if ((t & 0xC0) != 0x80) ok = false;
+      c = (c << 6) | (t & 0x3F);
+    }
+    i += ok ? n : 1;
+    if (!ok) c = 0xFFFD;
+    if (c >= 0x10000) {
+      c -= 0x10000;
+      out += static_cast<char16_t>(0xD800 + (c >> 10));
+      out += static_cast<char16_t>(0xDC00 + (c & 0x3FF));
+    } else {
+      out += static_cast<char16_t>(c);
+    }
+  }
+  return out;
+}
+
+}  // namespace zrk

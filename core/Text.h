@@ -1,0 +1,33 @@
+// Text on the library's interface: 16-bit characters, as the component's strings.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zrk {
+
+using Text = std::u16string;
+using TextView = std::u16string_view;
+
+// Plain ASCII to Text, for literals built at run time.
+Text ascii(std::string_view s);
+
+// Decimal form of a whole number, no padding.
+Text decimal(int64_t n);
+
+// Every occurrence of `what` replaced by `with`, compared exactly.
+Text replaceAll(TextView in, TextView what, TextView with);
+
+// The parts between the separators, compared exactly; an empty text gives no parts.
+std::vector<Text> split(TextView in, TextView separator);
+
+// Equality without regard to case (ASCII and Latin-1 letters).
+bool equalsNoCase(TextView a, TextView b);
+
+// UTF-16 <-> UTF-8, for file names and the terminal.
+std::string toUtf8(TextView s);
+Text fromUtf8(std::string_view s);
+
+}  // namespace zrk

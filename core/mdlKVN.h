@@ -1,0 +1,64 @@
+// The module: per-thread shared state, start-up, release, and the one failure report.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "core/Failure.h"
+#include "core/Text.h"
+
+namespace zrk {
+
+class clsKVN;
+namespace platform {
+class FileSystemObject;
+}
+namespace ui {
+class frmUpdWarn;
+}
+namespace diagnostics {
+class frmKVL;
+}
+
+namespace mdlKVN {
+
+// The shared state; one copy per thread.
+struct State {
+  bool started = false;
+  Text RootPath;
+  std::shared_ptr<clsKVN> MainObject;
+  std::shared_ptr<platform::FileSystemObject> SharedFileSystem;
+  Text SystemInfoStr;
+  std::shared_ptr<ui::frmUpdWarn> UpdWarn;
+  std::shared_ptr<diagnostics::frmKVL> KVL;
+  // Failure chains: how deep HandleFailure is nested, and whether the outer one is writing its
+  // own log record.
+  int handlingDepth = 0;
+  bool writingLog = false;
+};
+
+// This thread's state.
+State& state();
+
+// SharedFileSystem, made at first use.
+platform::FileSystemObject& SharedFileSystem();
+
+// Start-up, once per thread before the first instance is handed out.
+void Main();
+// Tear-down: empties RootPath, releases SharedFileSystem and MainObject.
+void ReleaseLibrary();
+
+// Logs the failure, sends a report when the settings allow it, and shows the failure dialog.
+void HandleFailure(TextView text, FailureInfo failure, int32_t line);
+
+// The platform's message box: text, button/icon code, title; gives the button pressed.
+int32_t ShowMessageBox(TextView text, int32_t buttons, TextView title);
+
+// The four-line failure message.
+Text FailureMessage(const FailureInfo& failure, int32_t line, TextView text);
+
+// RootPath from the library's folder: every occurrence of the installed sub-path removed.
+Text RootPathFromFolder(TextView libraryFolder);
+
+}  // namespace mdlKVN
+}  // namespace zrk

@@ -1,0 +1,18 @@
+// The ANSI code page (Windows-1252): one byte <-> one 16-bit character at every crossing.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "core/Text.h"
+
+namespace zrk::platform {
+
+char16_t fromAnsiByte(unsigned char b);
+// A character outside the code page becomes '?'.
+unsigned char toAnsiByte(char16_t c);
+
+Text fromAnsi(std::string_view bytes);
+std::string toAnsi(TextView text);
+
+}  // namespace zrk::platform

@@ -1,0 +1,86 @@
+// File opens of the runtime: text read, output, append and binary, each under a free file
+// number, always closed when the object goes, also after a failure.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "core/Text.h"
+
+namespace zrk::platform {
+
+// A free file number (1 to 511), held until destruction; failure 67 when none is free.
+class FileNumber {
+ public:
+  FileNumber();
+  ~FileNumber();
+  FileNumber(const FileNumber&) = delete;
+  FileNumber& operator=(const FileNumber&) = delete;
+  int value() const { return n_; }
+
+ private:
+  int n_;
+};
+
+// Owns a POSIX descriptor.
+class FileHandle {
+ public:
+  FileHandle() = default;
+  explicit FileHandle(int fd) : fd_(fd) {}
+  ~FileHandle();
+  FileHandle(FileHandle&& o) noexcept : fd_(o.fd_) { o.fd_ = -1; }
+  FileHandle& operator=(FileHandle&& o) noexcept;
+  int fd() const { return fd_; }
+  // Closes now; failure 57 (or the errno's) if the close reports a lost write.
+  void close();
+
+ private:
+  int fd_ = -1;
+};
+
+// The whole content of a file as bytes; 53 missing, 75 a folder, 70 refused, 52 bad name.
+std::string readAllBytes(TextView path);
+
+// Lines of a text read: CR LF or a lone CR ends a line; a lone LF stays in the line. A last line
+// without an end counts; an empty file has no lines.
+class TextInputFile {
+ public:
+  explicit TextInputFile(TextView path);
+  bool atEnd() const { return pos_ >= bytes_.size(); }
+  // The next line as text through the code page; failure 62 past the end.
+  Text readLine();
+  // The next line as raw bytes.
+  std::string_view readLineBytes();
+
+ private:
+  FileNumber number_;
+  std::string bytes_;
+  size_t pos_ = 0;
+};
+
+// Output (emptied first) or append open; every write goes through the code page.
+class OutputFile {
+ public:
+  enum class Mode { Output, Append };
+  OutputFile(TextView path, Mode mode);
+  ~OutputFile();
+  // The text followed by CR LF.
+  void printLine(TextView line);
+  void writeText(TextView text);
+  void writeBytes(std::string_view bytes);
+  // Flushes and closes; reports a failed write.
+  void close();
+
+ private:
+  void flush();
+  FileNumber number_;
+  FileHandle handle_;
+  std::string pending_;
+};
+
+// Writes `bytes` to a temporary file beside `path` and renames it over `path`, so no crash
+// leaves half a file. Gives false (and leaves `path` untouched) when that cannot be done.
+bool replaceFileAtomically(const std::string& nativePath, std::string_view bytes);
+
+}  // namespace zrk::platform

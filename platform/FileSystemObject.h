@@ -1,0 +1,43 @@
+// Stand-in for the platform's file-system object: folder and file tests, creation, copying,
+// deletion, file information. A refusal is a Failure with the runtime's number.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "core/Text.h"
+
+namespace zrk::platform {
+
+struct FileInfo {
+  int64_t Size = 0;
+  Text ParentFolderPath;
+  Text Name;
+};
+
+struct FolderInfo {
+  Text Path;
+  std::vector<Text> FileNames;  // the files (not folders) it holds, in name order
+};
+
+class FileSystemObject {
+ public:
+  bool FileExists(TextView path) const;
+  bool FolderExists(TextView path) const;
+  // Makes one folder whose parent exists: 58 if anything holds the name, 76 without a parent.
+  void CreateFolder(TextView path) const;
+  // Removes the folder with all it holds; with force off a read-only item refuses (70).
+  void DeleteFolder(TextView path, bool force = false) const;
+  // Copies the folder with all it holds, making the destination if missing.
+  void CopyFolder(TextView source, TextView destination, bool overwrite = true) const;
+  // Removes a file: 53 if missing, 70 if read-only and not forced.
+  void DeleteFile(TextView path, bool force = false) const;
+  FileInfo GetFile(TextView path) const;
+  FolderInfo GetFolder(TextView path) const;
+  // The file's version as text, empty where it has none.
+  Text GetFileVersion(TextView path) const;
+  // Creates the file empty or empties it.
+  void CreateTextFile(TextView path, bool overwrite = true) const;
+};
+
+}  // namespace zrk::platform

@@ -1,0 +1,72 @@
+// Path resolution: both separators, case-insensitive match of existing names.
+#include "platform/Paths.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+namespace zrk::platform {
+namespace {
+
+bool exists(const std::string& p) {
+  struct stat st;
+  return ::lstat(p.c_str(), &st) == 0;
+}
+
+// The entry of `dir` whose name equals `name` without regard to case, or "" if none does.
+std::string findNoCase(const std::string& dir, TextView name) {
+  DIR* d = ::opendir(dir.empty() ? "." : dir.c_str());
+  if (!d) return {};
+  std::string found;
+  while (dirent* e = ::readdir(d)) {
+    if (equalsNoCase(fromUtf8(e->d_name), name)) {
+      found = e->d_name;
+      break;
+    }
+  }
+  ::closedir(d);
+  return found;
+}
+
+}  // namespace
+
+bool isSeparator(char16_t c) { return c == u'/' || c == u'\\'; }
+
+std::string nativePath(TextView path) {
+  std::string out;
+  size_t i = 0;
+  if (!path.empty() && isSeparator(path[0])) out = "/", i = 1;
+  bool resolving = true;
+  while (i <= path.size()) {
+    size_t j = i;
+    while (j < path.size() && !isSeparator(path[j])) ++j;
+    TextView comp = path.substr(i, j - i);
+    std::string written = toUtf8(comp);
+    std::string candidate = out + written;
+    if (resolving && !comp.empty() && comp != u"." && comp != u".." && !exists(candidate)) {
+      std::string match = findNoCase(out.empty() ? "." : out, comp);
+      if (match.empty()) {
+        resolving = false;
+      } else {
+        candidate = out + match;
+      }
+    }
+    out = std::move(candidate);
+    if (j < path.size()) out += '/';
+    i = j + 1;
+  }
+  return out;
+}
+
+Text parentOf(TextView path) {
+  size_t k = path.find_last_of(u"/\\");
+  if (k == TextView::npos) return Text();
+  if (k == 0) return Text(path.substr(0, 1));
+  return Text(path.substr(0, k));
+}
+
+Text fileNameOf(TextView path) {
+  size_t k = path.find_last_of(u"/\\");
+  return Text(k == TextView::npos ? path : path.substr(k + 1));
+}
+
+}  // namespace zrk::platform

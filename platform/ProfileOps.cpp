@@ -1,0 +1,268 @@
+// The INI engine: a line-oriented reader and an in-place editor that keeps every byte it need
+// not change.
+#include "platform/ProfileOps.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/Failure.h"
+#include "platform/CodePage.h"
+#include "platform/FileIO.h"
+#include "platform/Paths.h"
+
+namespace zrk::platform {
+namespace {
+
+using Bytes = std::string_view;
+
+bool isBlank(char c) { return c == ' ' || c == '\t'; }
+
+Bytes trim(Bytes s) {
+  while (!s.empty() && isBlank(s.front())) s.remove_prefix(1);
+  while (!s.empty() && isBlank(s.back())) s.remove_suffix(1);
+  return s;
+}
+
+unsigned char fold(unsigned char c) {
+  if (c >= 'a' && c <= 'z') return c - 32;
+  if (c >= 0xE0 && c <= 0xFE && c != 0xF7) return c - 32;
+  if (c == 0x9A || c == 0x9C || c == 0x9E) return c - 0x10;
+  if (c == 0xFF) return 0x9F;
+  return c;
+}
+
+bool sameName(Bytes a, Bytes b) {
+  return a.size() == b.size() &&
+         std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+           return fold(static_cast<unsigned char>(x)) == fold(static_cast<unsigned char>(y));
+         });
+}
+
+struct Line {
+  enum class Kind { Blank, Comment, Section, Key, Other };
+  Kind kind;
+  size_t begin, end, next;  // content [begin, end), next line at `next`
+  Bytes name;               // section or key name, trimmed
+  Bytes value;              // key value, trimmed
+  Bytes text;               // the whole content, trimmed
+};
+
+Line classify(Bytes all, size_t begin, size_t end, size_t next) {
+  Line l{Line::Kind::Other, begin, end, next, {}, {}, trim(all.substr(begin, end - begin))};
+  Bytes t = l.text;
+  if (t.empty()) {
+    l.kind = Line::Kind::Blank;
+  } else if (t.front() == ';') {
+    l.kind = Line::Kind::Comment;
+  } else if (t.front() == '[') {
+    size_t close = t.find(']');
+    if (close != Bytes::npos) l.kind = Line::Kind::Section, l.name = trim(t.substr(1, close - 1));
+  } else if (size_t eq = t.find('='); eq != Bytes::npos) {
+    l.kind = Line::Kind::Key;
+    l.name = trim(t.substr(0, eq));
+    l.value = trim(t.substr(eq + 1));
+  }
+  return l;
+}
+
+// CR LF, a lone CR and a lone LF all end a line.
+std::vector<Line> parseLines(Bytes all) {
+  std::vector<Line> lines;
+  size_t pos = 0;
+  while (pos < all.size()) {
+    size_t end = all.find_first_of("\r\n", pos);
+    size_t next;
+    if (end == Bytes::npos) {
+      end = next = all.size();
+    } else {
+      next = end + ((all[end] == '\r' && end + 1 < all.size() && all[end + 1] == '\n') ? 2 : 1);
+    }
+    lines.push_back(classify(all, pos, end, next));
+    pos = next;
+  }
+  return lines;
+}
+
+// Index range [first, last) of the first section named `name`, header at first - 1.
+struct SectionRange {
+  size_t header, first, last;
+};
+
+std::optional<SectionRange> findSection(const std::vector<Line>& lines, Bytes name) {
+  for (size_t i = 0; i < lines.size(); ++i) {
+    if (lines[i].kind != Line::Kind::Section || !sameName(lines[i].name, name)) continue;
+    size_t j = i + 1;
+    while (j < lines.size() && lines[j].kind != Line::Kind::Section) ++j;
+    return SectionRange{i, i + 1, j};
+  }
+  return std::nullopt;
+}
+
+std::optional<size_t> findKey(const std::vector<Line>& lines, const SectionRange& s, Bytes key) {
+  for (size_t i = s.first; i < s.last; ++i) {
+    if (lines[i].kind == Line::Kind::Key && sameName(lines[i].name, key)) return i;
+  }
+  return std::nullopt;
+}
+
+Bytes unquote(Bytes v) {
+  if (v.size() >= 2 && (v.front() == '"' || v.front() == '\'') && v.back() == v.front()) {
+    return v.substr(1, v.size() - 2);
+  }
+  return v;
+}
+
+std::optional<std::string> readProfileFile(TextView file) {
+  if (file.empty()) return std::nullopt;
+  try {
+    return readAllBytes(file);
+  } catch (const Failure&) {
+    return std::nullopt;
+  }
+}
+
+// Copies a value into the buffer, cut to size - 1 characters, NUL behind it.
+int32_t putValue(Bytes value, Text& buffer, int32_t size) {
+  if (size <= 0) return 0;
+  size_t n = std::min(value.size(), size_t(size - 1));
+  for (size_t i = 0; i < n; ++i) buffer[i] = fromAnsiByte(static_cast<unsigned char>(value[i]));
+  buffer[n] = u'\0';
+  return int32_t(n);
+}
+
+// Copies entries each ended by NUL plus a closing NUL; cut to two NULs and size - 2 when the
+// list does not fit.
+int32_t putList(const std::vector<std::string>& entries, Text& buffer, int32_t size) {
+  if (size <= 0) return 0;
+  std::string all;
+  for (const auto& e : entries) all.append(e).push_back('\0');
+  if (size < 2) {
+    buffer[0] = u'\0';
+    return 0;
+  }
+  if (all.size() + 1 >= size_t(size)) {
+    for (int32_t i = 0; i < size - 2; ++i) buffer[i] = fromAnsiByte(static_cast<unsigned char>(all[i]));
+    buffer[size - 2] = buffer[size - 1] = u'\0';
+    return size - 2;
+  }
+  for (size_t i = 0; i < all.size(); ++i) buffer[i] = fromAnsiByte(static_cast<unsigned char>(all[i]));
+  buffer[all.size()] = u'\0';
+  return int32_t(all.size());
+}
+
+std::string lineText(const Line& l) {
+  if (l.kind != Line::Kind::Key) return std::string(l.text);
+  return std::string(l.name) + "=" + std::string(l.value);
+}
+
+// The file with the replacement of bytes [from, to) by `with`.
+std::string spliced(Bytes all, size_t from, size_t to, Bytes with) {
+  std::string out;
+  out.reserve(all.size() + with.size());
+  out.append(all.substr(0, from)).append(with).append(all.substr(to));
+  return out;
+}
+
+std::optional<std::string> edited(Bytes all, Bytes section, const std::string* key,
+                                  const std::string* value) {
+  std::vector<Line> lines = parseLines(all);
+  auto sec = findSection(lines, section);
+  if (!key) {  // delete the section with its keys
+    if (!sec) return std::nullopt;
+    size_t to = sec->last < lines.size() ? lines[sec->last].begin : all.size();
+    return spliced(all, lines[sec->header].begin, to, {});
+  }
+  if (!sec) {
+    if (!value) return std::nullopt;
+    std::string tail;
+    if (!all.empty() && !(all.size() >= 2 && all.substr(all.size() - 2) == "\r\n")) tail += "\r\n";
+    tail += "[" + std::string(section) + "]\r\n" + *key + "=" + *value + "\r\n";
+    return std::string(all) + tail;
+  }
+  auto at = findKey(lines, *sec, *key);
+  if (!value) {
+    if (!at) return std::nullopt;
+    return spliced(all, lines[*at].begin, lines[*at].next, {});
+  }
+  if (at) {
+    const Line& l = lines[*at];
+    return spliced(all, l.begin, l.end, std::string(l.name) + "=" + *value);
+  }
+  size_t after = sec->header;
+  for (size_t i = sec->first; i < sec->last; ++i) {
+    if (lines[i].kind == Line::Kind::Key) after = i;
+  }
+  const Line& l = lines[after];
+  std::string insert = (l.next == l.end ? "\r\n" : "") + *key + "=" + *value + "\r\n";
+  return spliced(all, l.next, l.next, insert);
+}
+
+}  // namespace
+
+int32_t GetPrivateProfileStringA(const Text* section, const Text* key, TextView def, Text& buffer,
+                                 int32_t size, TextView file) {
+  auto content = readProfileFile(file);
+  std::vector<Line> lines = content ? parseLines(*content) : std::vector<Line>{};
+  if (!section || !key) {
+    std::vector<std::string> names;
+    if (!section) {
+      for (const Line& l : lines) {
+        if (l.kind == Line::Kind::Section) names.emplace_back(l.name);
+      }
+    } else if (auto sec = findSection(lines, toAnsi(*section))) {
+      for (size_t i = sec->first; i < sec->last; ++i) {
+        if (lines[i].kind == Line::Kind::Key) names.emplace_back(lines[i].name);
+      }
+    }
+    return putList(names, buffer, size);
+  }
+  std::string defBytes = toAnsi(def);
+  Bytes value = trim(defBytes);
+  value = Bytes(defBytes.data(), value.data() - defBytes.data() + value.size());  // right trim only
+  std::string s = toAnsi(*section), k = toAnsi(*key);
+  if (!s.empty() && !k.empty()) {
+    if (auto sec = findSection(lines, s)) {
+      if (auto at = findKey(lines, *sec, k)) value = unquote(lines[*at].value);
+    }
+  }
+  return putValue(value, buffer, size);
+}
+
+int32_t GetPrivateProfileSectionA(TextView section, Text& buffer, int32_t size, TextView file) {
+  auto content = readProfileFile(file);
+  if (!content) return 0;
+  std::vector<Line> lines = parseLines(*content);
+  auto sec = findSection(lines, toAnsi(section));
+  if (!sec) return 0;
+  std::vector<std::string> entries;
+  for (size_t i = sec->first; i < sec->last; ++i) {
+    if (lines[i].kind == Line::Kind::Key || lines[i].kind == Line::Kind::Other) {
+      entries.push_back(lineText(lines[i]));
+    }
+  }
+  return putList(entries, buffer, size);
+}
+
+bool WritePrivateProfileStringA(const Text* section, const Text* key, const Text* value,
+                                TextView file) {
+  if (!section || file.empty()) return false;
+  std::string path = nativePath(file);
+  std::string all;
+  struct stat st;
+  if (::stat(path.c_str(), &st) == 0) {
+    auto content = readProfileFile(file);
+    if (!content) return false;
+    all = std::move(*content);
+  }
+  std::string k = key ? toAnsi(*key) : std::string(), v = value ? toAnsi(*value) : std::string();
+  auto result = edited(all, toAnsi(*section), key ? &k : nullptr, value ? &v : nullptr);
+  if (!result) return true;  // nothing to change
+  return replaceFileAtomically(path, *result);
+}
+
+}  // namespace zrk::platform

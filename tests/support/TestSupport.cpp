@@ -1,0 +1,72 @@
+// Test helpers over POSIX.
+#include "support/TestSupport.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "core/mdlKVN.h"
+#include "platform/LibraryFolder.h"
+
+namespace zrk::test {
+
+TempDir::TempDir() {
+  std::string tmpl = (std::filesystem::temp_directory_path() / "zrkkvl-test-XXXXXX").string();
+  if (!::mkdtemp(tmpl.data())) std::abort();
+  path_ = tmpl;
+}
+
+TempDir::~TempDir() {
+  // Read-only items made by a test must not stop the clean-up.
+  std::error_code ec;
+  for (auto& e : std::filesystem::recursive_directory_iterator(path_, ec)) {
+    std::filesystem::permissions(e.path(), std::filesystem::perms::owner_all,
+                                 std::filesystem::perm_options::add, ec);
+  }
+  std::filesystem::remove_all(path_, ec);
+}
+
+Text TempDir::text(const std::string& name) const {
+  return fromUtf8(name.empty() ? path_ : path_ + "/" + name);
+}
+
+std::string readBytes(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+void writeBytes(const std::string& path, const std::string& bytes) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out << bytes;
+}
+
+bool exists(const std::string& path) {
+  struct stat st;
+  return ::lstat(path.c_str(), &st) == 0;
+}
+
+void makeDir(const std::string& path) { std::filesystem::create_directories(path); }
+
+void LibraryTest::SetUp() {
+  mdlKVN::state() = mdlKVN::State{};  // every test starts the thread afresh
+  makeDir(root / "dlls/Main Functions DLL");
+  platform::overrideLibraryFolder(root.text("dlls/Main Functions DLL"));
+  dialogs = std::make_shared<platform::ScriptedDialogs>();
+  platform::setDialogBackend(dialogs);
+  kvn = std::make_unique<clsKVN>();
+}
+
+void LibraryTest::TearDown() {
+  kvn.reset();
+  mdlKVN::ReleaseLibrary();
+  platform::overrideLibraryFolder(std::nullopt);
+  platform::setDialogBackend(nullptr);
+}
+
+}  // namespace zrk::test

@@ -1,0 +1,60 @@
+// Shared helpers for the tests: throwaway folders, raw file bytes, a library set up in a
+// throwaway installation root with scripted dialogs.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "core/CallTable.h"
+#include "core/clsKVN.h"
+#include "platform/Dialogs.h"
+
+namespace zrk::test {
+
+// A folder removed with all it holds at the end of the test.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  const std::string& path() const { return path_; }
+  std::string operator/(const std::string& name) const { return path_ + "/" + name; }
+  // The same as Text, for the library's arguments.
+  Text text(const std::string& name = "") const;
+
+ private:
+  std::string path_;
+};
+
+std::string readBytes(const std::string& path);
+void writeBytes(const std::string& path, const std::string& bytes);
+bool exists(const std::string& path);
+void makeDir(const std::string& path);
+
+inline Text T(const std::string& s) { return fromUtf8(s); }
+
+// Stands in for a call by name for the scope of the object.
+class CallStandIn {
+ public:
+  CallStandIn(TextView name, CallFn fn) : name_(name), old_(CallTable::instance().replace(name, fn)) {}
+  ~CallStandIn() { CallTable::instance().replace(name_, old_); }
+
+ private:
+  Text name_;
+  CallFn old_;
+};
+
+// The library loaded as if it lay in <root>/dlls/Main Functions DLL, dialogs scripted.
+class LibraryTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  TempDir root;
+  std::shared_ptr<platform::ScriptedDialogs> dialogs;
+  std::unique_ptr<clsKVN> kvn;
+};
+
+}  // namespace zrk::test
