@@ -1,10 +1,94 @@
-// zrkkvl: the library's operations from the command line.
+// zrkkvl: the library's operations from the command line, as git-style subcommands.
+#include <unistd.h>
+
 #include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
 
+#include "cli/Command.h"
+#include "core/Failure.h"
 #include "core/clsKVN.h"
+#include "platform/LibraryFolder.h"
+#include "platform/Paths.h"
 
-int main() {
-  zrk::clsKVN kvn;
-  std::printf("%s\n", zrk::toUtf8(kvn.dllVersion(u"")).c_str());
-  return 0;
+using namespace zrk;
+
+namespace {
+
+void printHelp(const char* family) {
+  if (!family) {
+    std::printf(
+        "usage: zrkkvl [--root DIR] COMMAND [ARGS...]\n\n"
+        "Options:\n  --root DIR   the installation root (default: the library's own)\n\n"
+        "Commands:\n");
+  }
+  for (const auto& c : cli::commands()) {
+    if (family && std::strcmp(family, c.family) != 0) continue;
+    std::string name = *c.family ? std::string(c.family) + " " + c.name : c.name;
+    std::printf("  %-22s %-28s %s\n", name.c_str(), c.usage, c.summary);
+  }
+}
+
+const cli::Command* findCommand(const std::vector<std::string>& words, size_t& used) {
+  for (const auto& c : cli::commands()) {
+    if (!*c.family && !words.empty() && words[0] == c.name) return used = 1, &c;
+    if (*c.family && words.size() >= 2 && words[0] == c.family && words[1] == c.name) {
+      return used = 2, &c;
+    }
+  }
+  return nullptr;
+}
+
+bool isFamily(const std::string& word) {
+  for (const auto& c : cli::commands()) {
+    if (word == c.family) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::vector<std::string> words(argv + 1, argv + argc);
+  Text root;
+  if (words.size() >= 2 && words[0] == "--root") {
+    root = fromUtf8(words[1]);
+    words.erase(words.begin(), words.begin() + 2);
+    // The library then takes DIR as its installation root.
+    platform::overrideLibraryFolder(root + u"/dlls/Main Functions DLL");
+  }
+  if (words.empty() || words[0] == "--help" || words[0] == "-h" || words[0] == "help") {
+    printHelp(nullptr);
+    return words.empty() ? 2 : 0;
+  }
+  size_t used = 0;
+  const cli::Command* command = findCommand(words, used);
+  if (!command) {
+    if (isFamily(words[0])) {
+      printHelp(words[0].c_str());
+      return (words.size() >= 2 && words[1] == "--help") ? 0 : 2;
+    }
+    std::fprintf(stderr, "zrkkvl: unknown command '%s' (see zrkkvl --help)\n", words[0].c_str());
+    return 2;
+  }
+  std::vector<std::string> args(words.begin() + long(used), words.end());
+  if (!args.empty() && (args[0] == "--help" || args[0] == "-h")) {
+    std::printf("usage: zrkkvl %s%s%s %s\n  %s\n", command->family, *command->family ? " " : "",
+                command->name, command->usage, command->summary);
+    return 0;
+  }
+  try {
+    clsKVN kvn;
+    cli::Context context{std::move(args), kvn, root};
+    int rc = command->run(context);
+    kvn.Unload();
+    return rc;
+  } catch (const cli::UsageError& e) {
+    std::fprintf(stderr, "zrkkvl: %s\n", e.message.c_str());
+    return 2;
+  } catch (const Failure& f) {
+    std::fprintf(stderr, "zrkkvl: error %d: %s\n", f.number(), toUtf8(f.info().Description).c_str());
+    return 1;
+  }
 }
