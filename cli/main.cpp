@@ -9,12 +9,28 @@
 #include "cli/Command.h"
 #include "core/Failure.h"
 #include "core/clsKVN.h"
+#include "platform/Dialogs.h"
 #include "platform/LibraryFolder.h"
 #include "platform/Paths.h"
 
 using namespace zrk;
 
 namespace {
+
+// Failure dialogs become one line on stderr and a non-zero exit; other dialogs go to the terminal.
+class ToolDialogs : public platform::TerminalDialogs {
+ public:
+  int32_t messageBox(TextView text, int32_t buttons, TextView title) override {
+    if (title != u"DLL Error!") return TerminalDialogs::messageBox(text, buttons, title);
+    std::vector<Text> lines = split(text, u"\r\n");
+    Text function = lines.size() > 3 ? lines[3].substr(lines[3].find(u' ') + 1) : Text();
+    std::fprintf(stderr, "zrkkvl: %s (in %s)\n", toUtf8(lines.size() > 1 ? lines[1] : text).c_str(),
+                 toUtf8(function).c_str());
+    failed = true;
+    return platform::mb::OK;
+  }
+  bool failed = false;
+};
 
 void printHelp(const char* family) {
   if (!family) {
@@ -78,12 +94,14 @@ int main(int argc, char** argv) {
                 command->name, command->usage, command->summary);
     return 0;
   }
+  auto dialogs = std::make_shared<ToolDialogs>();
+  platform::setDialogBackend(dialogs);
   try {
     clsKVN kvn;
     cli::Context context{std::move(args), kvn, root};
     int rc = command->run(context);
     kvn.Unload();
-    return rc;
+    return dialogs->failed && rc == 0 ? 1 : rc;
   } catch (const cli::UsageError& e) {
     std::fprintf(stderr, "zrkkvl: %s\n", e.message.c_str());
     return 2;

@@ -1,0 +1,75 @@
+// call: any public operation by name, arguments parsed as Variants.
+#include <cstdio>
+
+#include "cli/Command.h"
+#include "core/CallTable.h"
+#include "platform/CodePage.h"
+
+namespace zrk::cli {
+namespace {
+
+// An argument as a Variant: "text:", "int:", "num:", "bool:" and "lines:FILE" force a kind;
+// otherwise whole numbers become Long, other numbers Double, true/false Boolean, the rest text.
+Variant parseArgument(const std::string& a) {
+  auto after = [&](const char* prefix) -> std::optional<std::string> {
+    std::string p = prefix;
+    if (a.compare(0, p.size(), p) == 0) return a.substr(p.size());
+    return std::nullopt;
+  };
+  if (auto v = after("text:")) return Variant(fromUtf8(*v));
+  if (auto v = after("int:")) return Variant(Variant(fromUtf8(*v)).toLong());
+  if (auto v = after("num:")) return Variant(Variant(fromUtf8(*v)).toDouble());
+  if (auto v = after("bool:")) return Variant(Variant(fromUtf8(*v)).toBool());
+  if (auto v = after("lines:")) {
+    std::string bytes = readInput(*v);
+    std::vector<Text> lines = split(fromUtf8(bytes), u"\n");
+    if (!lines.empty() && lines.back().empty()) lines.pop_back();
+    return Variant::textArray(std::move(lines));
+  }
+  Text t = fromUtf8(a);
+  if (equalsNoCase(t, u"true")) return Variant(true);
+  if (equalsNoCase(t, u"false")) return Variant(false);
+  if (auto d = parseNumericText(t); d && t.find_first_of(u"&eEdD ") == Text::npos) {
+    if (*d == double(int32_t(*d)) && t.find(u'.') == Text::npos) return Variant(int32_t(*d));
+    return Variant(*d);
+  }
+  return Variant(t);
+}
+
+void printValue(const Variant& v) {
+  if (!v.isArray()) {
+    if (!v.isEmpty()) printLine(v.toText());
+    return;
+  }
+  for (const Variant& e : v.array().items)
+    printValue(e);
+}
+
+int call(Context& c) {
+  Text name = textArg(c, 0, "NAME");
+  std::vector<Variant> args;
+  for (size_t i = 1; i < c.args.size(); ++i)
+    args.push_back(parseArgument(c.args[i]));
+  std::vector<Variant> before = args;
+  printValue(c.kvn.CallByName(name, args));
+  for (size_t i = 0; i < args.size(); ++i) {
+    if (args[i] == before[i]) continue;
+    std::printf("[%zu] ", i + 1);  // a by-reference argument the operation changed
+    printValue(args[i]);
+  }
+  return 0;
+}
+
+int operations(Context&) {
+  for (const Text& name : CallTable::instance().names())
+    printLine(name);
+  return 0;
+}
+
+const CommandRegistrar kCall{
+    {"", "call", "NAME [ARG...]", "call any public operation by name and print its result", call},
+    {"", "operations", "", "list the operations that call answers to", operations},
+};
+
+}  // namespace
+}  // namespace zrk::cli
