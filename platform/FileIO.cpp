@@ -78,19 +78,21 @@ void FileHandle::close() {
 
 std::string readAllBytes(TextView path) {
   FileHandle h(openPath(path, O_RDONLY, false));
-  std::string bytes;
   struct stat st;
-  if (::fstat(h.fd(), &st) == 0 && st.st_size > 0) bytes.reserve(size_t(st.st_size));
-  char buf[65536];
+  size_t expected = (::fstat(h.fd(), &st) == 0 && st.st_size > 0) ? size_t(st.st_size) : 0;
+  std::string bytes(expected + 1, '\0');  // one more, to see a file that grew
+  size_t have = 0;
   for (;;) {
-    ssize_t n = ::read(h.fd(), buf, sizeof buf);
+    if (have == bytes.size()) bytes.resize(bytes.size() * 2 + 65536);
+    ssize_t n = ::read(h.fd(), bytes.data() + have, bytes.size() - have);
     if (n < 0) {
       if (errno == EINTR) continue;
       throw failureFromErrno(errno);
     }
     if (n == 0) break;
-    bytes.append(buf, size_t(n));
+    have += size_t(n);
   }
+  bytes.resize(have);
   return bytes;
 }
 

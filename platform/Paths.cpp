@@ -36,7 +36,7 @@ bool isSeparator(char16_t c) {
 std::string nativePath(TextView path) {
   std::string out;
   size_t i = 0;
-  if (!path.empty() && isSeparator(path[0])) out = "/", i = 1;
+  if (!path.empty() && isSeparator(path[0])) out.push_back('/'), i = 1;
   bool resolving = true;
   while (i <= path.size()) {
     size_t j = i;

@@ -73,22 +73,62 @@ Line classify(Bytes all, size_t begin, size_t end, size_t next) {
   return l;
 }
 
-// CR LF, a lone CR and a lone LF all end a line.
-std::vector<Line> parseLines(Bytes all) {
-  std::vector<Line> lines;
-  size_t pos = 0;
-  while (pos < all.size()) {
-    size_t end = all.find_first_of("\r\n", pos);
-    size_t next;
-    if (end == Bytes::npos) {
-      end = next = all.size();
-    } else {
-      next = end + ((all[end] == '\r' && end + 1 < all.size() && all[end + 1] == '\n') ? 2 : 1);
-    }
-    lines.push_back(classify(all, pos, end, next));
+// Calls fn(line) for each line from `pos` until it gives false. CR LF, a lone CR and a lone LF
+// all end a line.
+template <class Fn>
+void forEachLine(Bytes all, Fn&& fn, size_t pos = 0) {
+  const char* data = all.data();
+  size_t size = all.size();
+  while (pos < size) {
+    size_t end = pos;
+    while (end < size && data[end] != '\r' && data[end] != '\n')
+      ++end;
+    size_t next = end;
+    if (end < size) next += (data[end] == '\r' && end + 1 < size && data[end + 1] == '\n') ? 2 : 1;
+    if (!fn(classify(all, pos, end, next))) return;
     pos = next;
   }
+}
+
+// Where the first line after the header of section `name` starts, found by jumping from one
+// "[" at the start of a line to the next, so the lines between are not looked at.
+std::optional<size_t> sectionBody(Bytes all, Bytes name) {
+  for (size_t at = 0; (at = all.find('[', at)) != Bytes::npos; ++at) {
+    size_t begin = at;
+    while (begin > 0 && isBlank(all[begin - 1]))
+      --begin;
+    if (begin > 0 && all[begin - 1] != '\r' && all[begin - 1] != '\n') continue;
+    std::optional<size_t> body;
+    forEachLine(
+        all,
+        [&](const Line& l) {
+          if (l.kind == Line::Kind::Section && sameName(l.name, name)) body = l.next;
+          return false;
+        },
+        begin);
+    if (body) return body;
+  }
+  return std::nullopt;
+}
+
+std::vector<Line> parseLines(Bytes all) {
+  std::vector<Line> lines;
+  forEachLine(all, [&](const Line& l) {
+    lines.push_back(l);
+    return true;
+  });
   return lines;
+}
+
+// Calls fn(line) for each line of the first section named `name` until it gives false; gives
+// whether the section exists.
+template <class Fn>
+bool forEachLineOfSection(Bytes all, Bytes name, Fn&& fn) {
+  std::optional<size_t> body = sectionBody(all, name);
+  if (!body) return false;
+  forEachLine(
+      all, [&](const Line& l) { return l.kind != Line::Kind::Section && fn(l); }, *body);
+  return true;
 }
 
 // Index range [first, last) of the first section named `name`, header at first - 1.
@@ -189,7 +229,8 @@ std::optional<std::string> edited(Bytes all, Bytes section, const std::string* k
     if (!value) return std::nullopt;
     std::string tail;
     if (!all.empty() && !(all.size() >= 2 && all.substr(all.size() - 2) == "\r\n")) tail += "\r\n";
-    tail += "[" + std::string(section) + "]\r\n" + *key + "=" + *value + "\r\n";
+    tail.append("[").append(section).append("]\r\n");
+    tail.append(*key).append("=").append(*value).append("\r\n");
     return std::string(all) + tail;
   }
   auto at = findKey(lines, *sec, *key);
@@ -214,29 +255,34 @@ std::optional<std::string> edited(Bytes all, Bytes section, const std::string* k
 
 int32_t GetPrivateProfileStringA(const Text* section, const Text* key, TextView def, Text& buffer,
                                  int32_t size, TextView file) {
-  auto content = readProfileFile(file);
-  std::vector<Line> lines = content ? parseLines(*content) : std::vector<Line>{};
-  if (!section || !key) {
+  std::string content = readProfileFile(file).value_or(std::string());
+  if (!section) {
     std::vector<std::string> names;
-    if (!section) {
-      for (const Line& l : lines) {
-        if (l.kind == Line::Kind::Section) names.emplace_back(l.name);
-      }
-    } else if (auto sec = findSection(lines, toAnsi(*section))) {
-      for (size_t i = sec->first; i < sec->last; ++i) {
-        if (lines[i].kind == Line::Kind::Key) names.emplace_back(lines[i].name);
-      }
-    }
+    forEachLine(content, [&](const Line& l) {
+      if (l.kind == Line::Kind::Section) names.emplace_back(l.name);
+      return true;
+    });
+    return putList(names, buffer, size);
+  }
+  if (!key) {
+    std::vector<std::string> names;
+    forEachLineOfSection(content, toAnsi(*section), [&](const Line& l) {
+      if (l.kind == Line::Kind::Key) names.emplace_back(l.name);
+      return true;
+    });
     return putList(names, buffer, size);
   }
   std::string defBytes = toAnsi(def);
-  Bytes value = trim(defBytes);
-  value = Bytes(defBytes.data(), value.data() - defBytes.data() + value.size());  // right trim only
+  Bytes value = defBytes;
+  while (!value.empty() && isBlank(value.back()))
+    value.remove_suffix(1);
   std::string s = toAnsi(*section), k = toAnsi(*key);
   if (!s.empty() && !k.empty()) {
-    if (auto sec = findSection(lines, s)) {
-      if (auto at = findKey(lines, *sec, k)) value = unquote(lines[*at].value);
-    }
+    forEachLineOfSection(content, s, [&](const Line& l) {
+      if (l.kind != Line::Kind::Key || !sameName(l.name, k)) return true;
+      value = unquote(l.value);
+      return false;
+    });
   }
   return putValue(value, buffer, size);
 }
@@ -244,16 +290,12 @@ int32_t GetPrivateProfileStringA(const Text* section, const Text* key, TextView 
 int32_t GetPrivateProfileSectionA(TextView section, Text& buffer, int32_t size, TextView file) {
   auto content = readProfileFile(file);
   if (!content) return 0;
-  std::vector<Line> lines = parseLines(*content);
-  auto sec = findSection(lines, toAnsi(section));
-  if (!sec) return 0;
   std::vector<std::string> entries;
-  for (size_t i = sec->first; i < sec->last; ++i) {
-    if (lines[i].kind == Line::Kind::Key || lines[i].kind == Line::Kind::Other) {
-      entries.push_back(lineText(lines[i]));
-    }
-  }
-  return putList(entries, buffer, size);
+  bool found = forEachLineOfSection(*content, toAnsi(section), [&](const Line& l) {
+    if (l.kind == Line::Kind::Key || l.kind == Line::Kind::Other) entries.push_back(lineText(l));
+    return true;
+  });
+  return found ? putList(entries, buffer, size) : 0;
 }
 
 bool WritePrivateProfileStringA(const Text* section, const Text* key, const Text* value,
