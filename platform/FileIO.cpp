@@ -12,6 +12,7 @@
 #include "core/Failure.h"
 #include "platform/CodePage.h"
 #include "platform/Paths.h"
+#include "platform/SysCalls.h"
 
 namespace zrk::platform {
 namespace {
@@ -32,7 +33,7 @@ int openPath(TextView path, int flags, bool forWriting) {
   std::string p = nativePath(path);
   struct stat st;
   if (::stat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) throw Failure(err::PathFileAccessError);
-  int fd = ::open(p.c_str(), flags | O_CLOEXEC, 0644);
+  int fd = sys::open(p.c_str(), flags | O_CLOEXEC, 0644);
   if (fd < 0) throw openFailure(errno, forWriting);
   return fd;
 }
@@ -116,7 +117,8 @@ Text TextInputFile::readLine() {
 }
 
 OutputFile::OutputFile(TextView path, Mode mode)
-    : handle_(
+    : path_(nativePath(path)),
+      handle_(
           openPath(path, O_WRONLY | O_CREAT | (mode == Mode::Append ? O_APPEND : O_TRUNC), true)) {}
 
 OutputFile::~OutputFile() {
@@ -146,7 +148,8 @@ void OutputFile::writeBytes(std::string_view bytes) {
 void OutputFile::flush() {
   size_t off = 0;
   while (off < pending_.size()) {
-    ssize_t w = ::write(handle_.fd(), pending_.data() + off, pending_.size() - off);
+    ssize_t w =
+        sys::write(handle_.fd(), pending_.data() + off, pending_.size() - off, path_.c_str());
     if (w < 0) {
       if (errno == EINTR) continue;
       int e = errno;
@@ -169,12 +172,12 @@ bool replaceFileAtomically(const std::string& path, std::string_view bytes) {
   bool existed = ::stat(path.c_str(), &st) == 0;
   if (existed && (S_ISDIR(st.st_mode) || ::access(path.c_str(), W_OK) != 0)) return false;
   std::string tmp = path + ".~tmpXXXXXX";
-  int fd = ::mkostemp(tmp.data(), O_CLOEXEC);
+  int fd = sys::mkostemp(tmp, O_CLOEXEC);
   if (fd < 0) return false;
   FileHandle h(fd);
   bool ok = true;
   for (size_t off = 0; ok && off < bytes.size();) {
-    ssize_t w = ::write(fd, bytes.data() + off, bytes.size() - off);
+    ssize_t w = sys::write(fd, bytes.data() + off, bytes.size() - off, tmp.c_str());
     if (w < 0 && errno == EINTR) continue;
     if (w <= 0)
       ok = false;
@@ -187,7 +190,7 @@ bool replaceFileAtomically(const std::string& path, std::string_view bytes) {
   } catch (const Failure&) {
     ok = false;
   }
-  if (!ok || ::rename(tmp.c_str(), path.c_str()) != 0) {
+  if (!ok || sys::rename(tmp.c_str(), path.c_str()) != 0) {
     ::unlink(tmp.c_str());
     return false;
   }

@@ -75,6 +75,7 @@ class OutputFile {
  private:
   void flush();
   FileNumber number_;
+  std::string path_;
   FileHandle handle_;
   std::string pending_;
 };

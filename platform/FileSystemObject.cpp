@@ -12,6 +12,7 @@
 
 #include "core/Failure.h"
 #include "platform/Paths.h"
+#include "platform/SysCalls.h"
 
 namespace zrk::platform {
 namespace {
@@ -63,17 +64,17 @@ void removeTree(const std::string& dir) {
     if (::lstat(p.c_str(), &st) != 0) failErrno();
     if (S_ISDIR(st.st_mode)) {
       removeTree(p);
-    } else if (::unlink(p.c_str()) != 0) {
+    } else if (sys::unlink(p.c_str()) != 0) {
       failErrno();
     }
   }
-  if (::rmdir(dir.c_str()) != 0) failErrno();
+  if (sys::rmdir(dir.c_str()) != 0) failErrno();
 }
 
 void copyFile(const std::string& from, const std::string& to) {
-  int in = ::open(from.c_str(), O_RDONLY | O_CLOEXEC);
+  int in = sys::open(from.c_str(), O_RDONLY | O_CLOEXEC);
   if (in < 0) failErrno();
-  int out = ::open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  int out = sys::open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   if (out < 0) {
     int e = errno;
     ::close(in);
@@ -84,7 +85,7 @@ void copyFile(const std::string& from, const std::string& to) {
   int e = 0;
   while ((n = ::read(in, buf, sizeof buf)) > 0) {
     for (ssize_t off = 0; off < n;) {
-      ssize_t w = ::write(out, buf + off, size_t(n - off));
+      ssize_t w = sys::write(out, buf + off, size_t(n - off), to.c_str());
       if (w < 0) {
         e = errno;
         break;
@@ -102,7 +103,7 @@ void copyFile(const std::string& from, const std::string& to) {
 void copyTree(const std::string& from, const std::string& to) {
   struct stat st;
   if (!statPath(to, st)) {
-    if (::mkdir(to.c_str(), 0755) != 0) failErrno();
+    if (sys::mkdir(to.c_str(), 0755) != 0) failErrno();
   } else if (!S_ISDIR(st.st_mode)) {
     throw Failure(err::FileAlreadyExists);
   }
@@ -132,7 +133,7 @@ bool FileSystemObject::FolderExists(TextView path) const {
 void FileSystemObject::CreateFolder(TextView path) const {
   if (path.empty()) throw Failure(err::BadFileNameOrNumber);
   std::string p = nativePath(path);
-  if (::mkdir(p.c_str(), 0755) != 0) {
+  if (sys::mkdir(p.c_str(), 0755) != 0) {
     throw Failure(errno == ENOENT ? err::PathNotFound : failureFromErrno(errno).number());
   }
 }
@@ -160,7 +161,7 @@ void FileSystemObject::DeleteFile(TextView path, bool force) const {
   struct stat st;
   if (path.empty() || !statPath(p, st) || S_ISDIR(st.st_mode)) throw Failure(err::FileNotFound);
   if (!force && isReadOnly(st)) throw Failure(err::PermissionDenied);
-  if (::unlink(p.c_str()) != 0) failErrno();
+  if (sys::unlink(p.c_str()) != 0) failErrno();
 }
 
 FileInfo FileSystemObject::GetFile(TextView path) const {
@@ -197,7 +198,7 @@ void FileSystemObject::CreateTextFile(TextView path, bool overwrite) const {
   if (path.empty()) throw Failure(err::BadFileNameOrNumber);
   std::string p = nativePath(path);
   int flags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | (overwrite ? 0 : O_EXCL);
-  int fd = ::open(p.c_str(), flags, 0644);
+  int fd = sys::open(p.c_str(), flags, 0644);
   if (fd < 0) {
     throw Failure(errno == ENOENT ? err::PathNotFound : failureFromErrno(errno).number());
   }

@@ -1,0 +1,47 @@
+// The file layer's system calls, with a seam that injects faults (disk full, write refused, a
+// file that vanishes, a read-only folder) for tests.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+namespace zrk::platform {
+
+namespace sys {
+int open(const char* path, int flags, mode_t mode = 0644);
+ssize_t write(int fd, const void* buf, size_t n, const char* path);
+int mkdir(const char* path, mode_t mode);
+int unlink(const char* path);
+int rmdir(const char* path);
+int rename(const char* from, const char* to);
+int mkostemp(std::string& templ, int flags);
+}  // namespace sys
+
+// Faults for the calls above. Each rule fails the calls of its kind whose path holds `pathPart`
+// with `error`, after letting `skip` of them through, at most `times` times (-1: always).
+namespace faults {
+enum class Call { OpenRead, OpenWrite, Write, MakeFolder, Remove, Rename };
+struct Rule {
+  Call call;
+  std::string pathPart;
+  int error;
+  int skip = 0;
+  int times = -1;
+};
+void add(Rule rule);
+void clear();
+
+// The usual faults, by name.
+void diskFull(const std::string& pathPart, int skip = 0);      // writes fail with ENOSPC
+void writeRefused(const std::string& pathPart, int skip = 0);  // opens for writing: EACCES
+void vanishes(const std::string& pathPart, int skip = 0);      // opens for reading: ENOENT
+void readOnlyFolder(const std::string& pathPart);              // anything that changes it: EROFS
+
+// Clears every rule when it goes.
+struct Scope {
+  ~Scope() { clear(); }
+};
+}  // namespace faults
+
+}  // namespace zrk::platform
