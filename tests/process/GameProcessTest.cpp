@@ -1,6 +1,9 @@
 // Attaching to the stand-in game and reading its strings and numbers.
 #include <unistd.h>
 
+#include <set>
+#include <thread>
+
 #include "FakeGame.h"
 #include "platform/CodePage.h"
 #include "platform/Process.h"
@@ -139,6 +142,45 @@ TEST_F(GameProcessTest, RefusedAttachGivesZeroQuietly) {
     EXPECT_EQ(platform::HandleTable::instance().size(), open) << c.what;
   }
   EXPECT_TRUE(dialogs->shown().empty());
+}
+
+}  // namespace
+}  // namespace zrk::test
+
+namespace zrk::test {
+namespace {
+
+TEST(HandleTable, ThreadsGetDistinctHandlesAndCloseThemAll) {
+  size_t open = platform::HandleTable::instance().size();
+  constexpr int kThreads = 4, kEach = 50;
+  std::vector<std::vector<platform::HANDLE>> held(kThreads);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < kEach; ++i) {
+        held[t].push_back(
+            platform::OpenProcess(platform::PROCESS_QUERY_INFORMATION | platform::PROCESS_VM_READ,
+                                  0, uint32_t(::getpid())));
+      }
+    });
+  }
+  for (auto& t : threads)
+    t.join();
+  std::set<platform::HANDLE> all;
+  for (const auto& h : held)
+    all.insert(h.begin(), h.end());
+  EXPECT_EQ(all.size(), size_t(kThreads * kEach));
+  EXPECT_EQ(all.count(0), 0u);
+  threads.clear();
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      for (platform::HANDLE h : held[t])
+        EXPECT_EQ(platform::CloseHandle(h), 1);
+    });
+  }
+  for (auto& t : threads)
+    t.join();
+  EXPECT_EQ(platform::HandleTable::instance().size(), open);
 }
 
 }  // namespace
