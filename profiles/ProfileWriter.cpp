@@ -5,45 +5,13 @@
 #include "platform/FileSystemObject.h"
 #include "platform/ProfileOps.h"
 #include "profiles/FormObject.h"
+#include "profiles/ProfileKeys.h"
 
 namespace zrk {
 namespace {
 
-// The keys of a profile in the order they are written, and where each value comes from. The
-// upload key has no control of its own: its value is the joined URL list.
-struct ProfileKey {
-  const char16_t* key;
-  const char16_t* control;
-  const char16_t* property;
-};
-constexpr ProfileKey kProfileKeys[] = {
-    {u"path", u"txtPath", u"Text"},         {u"upload", nullptr, nullptr},
-    {u"game", u"cboGames", u"ToolTipText"}, {u"host", u"txtSrHost", u"Text"},
-    {u"nll", u"cboLL", u"ListIndex"},       {u"acs", u"chkAcs", u"Value"},
-    {u"ara", u"chkAra", u"Value"},          {u"rbm", u"chkRbm", u"Value"},
-    {u"asp", u"chkAntiStatsPad", u"Value"}, {u"apt", u"txtPadtime", u"Text"},
-    {u"apn", u"txtPadnum", u"Text"},        {u"sss", u"cboStats", u"Text"},
-    {u"port", u"txtGamePort", u"Text"},
-};
-
 Text text(Dispatch& F, TextView control) {
   return formGet(F, control, u"Text").toText();
-}
-
-// The list items joined with "|", or a single space for an empty list.
-Text uploadUrls(Dispatch& F) {
-  Text urls = u" ";
-  int32_t count = formGet(F, u"lstUrls", u"ListCount").toLong();
-  if (count > 0) {
-    std::vector<Text> items;
-    for (int32_t i = 0; i < count; ++i) {
-      items.push_back(formGet(F, u"lstUrls", u"List", {Variant(i)}).toText());
-    }
-    urls = items[0];
-    for (size_t i = 1; i < items.size(); ++i)
-      urls += u"|" + items[i];
-  }
-  return urls;
 }
 
 Text profileFolder(const Text& zrkPath, const Text& name) {
@@ -65,6 +33,25 @@ void renameFolderCase(const platform::FileSystemObject& fso, const Text& from, c
 }
 
 }  // namespace
+
+Text uploadUrls(Dispatch& F) {
+  Text urls = u" ";
+  int32_t count = formGet(F, u"lstUrls", u"ListCount").toLong();
+  if (count > 0) {
+    std::vector<Text> items;
+    for (int32_t i = 0; i < count; ++i) {
+      items.push_back(formGet(F, u"lstUrls", u"List", {Variant(i)}).toText());
+    }
+    urls = items[0];
+    for (size_t i = 1; i < items.size(); ++i)
+      urls += u"|" + items[i];
+  }
+  return urls;
+}
+
+Text profileValue(Dispatch& F, const ProfileKey& key, const Text& urls) {
+  return key.control ? formGet(F, key.control, key.property).toText() : urls;
+}
 
 bool clsKVN::writeProfile(Dispatch& F, Text iniFile, Text zrkPath) {
   bool result = false;
@@ -91,8 +78,7 @@ bool clsKVN::writeProfile(Dispatch& F, Text iniFile, Text zrkPath) {
     frame.line(7);
     auto writeKeys = [&] {
       for (const ProfileKey& k : kProfileKeys) {
-        Text value = k.control ? formGet(F, k.control, k.property).toText() : urls;
-        WriteIniKey(text(F, u"txtName"), k.key, value, iniFile);
+        WriteIniKey(text(F, u"txtName"), k.key, profileValue(F, k, urls), iniFile);
       }
     };
     writeKeys();
