@@ -203,16 +203,5 @@ TEST_F(BiniFile, DecompressRefusesANameWithoutThePackedExtension) {
   EXPECT_EQ(failures(), Failures{"DecompressBINI:52@11"});
 }
 
-TEST_F(BiniFile, ReachableByName) {
-  writeBytes(root / "n.ini", "abc");
-  std::vector<Variant> pack{Variant(root.text("n.ini"))};
-  kvn->CallByName(u"compressbini", pack);
-  std::vector<Variant> test{Variant(root.text("n.bini"))};
-  EXPECT_TRUE(kvn->CallByName(u"IsBINIFile", test).toBool());
-  std::vector<Variant> unpack{Variant(root.text("n.bini")), Variant(Text())};
-  EXPECT_TRUE(kvn->CallByName(u"DecompressBINI", unpack).toBool());
-  EXPECT_EQ(unpack[1].toText(), u"");
-}
-
 }  // namespace
 }  // namespace zrk::test

@@ -146,13 +146,5 @@ TEST_F(ProfileValidation, CheckAlphaNumericCountsIn16Bits) {
   EXPECT_EQ(failures(), (Failures{"checkAlphaNumeric:6@0", "checkAlphaNumeric:6@0"}));
 }
 
-TEST_F(ProfileValidation, ReachableByNameWithAnyObject) {
-  std::vector<Variant> args{Variant(std::shared_ptr<Dispatch>(formOf(Fields{}))),
-                            Variant(root.text("profiles.ini"))};
-  EXPECT_EQ(kvn->CallByName(u"validateprofile", args).toText(), u"");
-  std::vector<Variant> notAnObject{Variant(Text(u"form")), Variant(root.text("profiles.ini"))};
-  EXPECT_THROW(kvn->CallByName(u"validateProfile", notAnObject), Failure);
-}
-
 }  // namespace
 }  // namespace zrk::test

@@ -194,11 +194,21 @@ TEST_F(ProfileWriter, FailuresLeaveThePackedFileAlone) {
   }
 }
 
+// The profile operations answer by name, with any late-bound form.
 TEST_F(ProfileWriter, ReachableByName) {
-  std::vector<Variant> args{Variant(std::shared_ptr<Dispatch>(formOf(Profile{u"P"}))),
-                            Variant(root.text("profiles.bini")), Variant(root.text())};
-  EXPECT_TRUE(kvn->CallByName(u"WRITEPROFILE", args).toBool());
-  EXPECT_TRUE(exists(root / "profiles.bini"));
+  Variant form(std::shared_ptr<Dispatch>(formOf(Profile{u"P"})));
+  Variant packed(root.text("profiles.bini")), plain(root.text("profiles.ini"));
+  auto call = [&](const char16_t* name, std::vector<Variant> args) {
+    return kvn->CallByName(name, args);
+  };
+  EXPECT_TRUE(call(u"WRITEPROFILE", {form, packed, Variant(root.text())}).toBool());
+  EXPECT_TRUE(call(u"isbinifile", {packed}).toBool());
+  EXPECT_TRUE(call(u"DecompressBINI", {packed, Variant(Text())}).toBool());
+  EXPECT_EQ(call(u"validateProfile", {form, plain}).toText(),
+            u"You already have a profile with this name!");
+  EXPECT_FALSE(call(u"CheckAlphaNumeric", {Variant(Text(u"a_b"))}).toBool());
+  call(u"CompressBINI", {plain});
+  EXPECT_FALSE(exists(root / "profiles.ini"));
 }
 
 }  // namespace
