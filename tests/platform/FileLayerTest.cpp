@@ -1,0 +1,149 @@
+// Paths resolved without regard to case, the file-system object, and the file opens.
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <functional>
+
+#include "core/Failure.h"
+#include "platform/FileIO.h"
+#include "platform/FileSystemObject.h"
+#include "platform/Paths.h"
+#include "support/TestSupport.h"
+
+namespace zrk::platform {
+namespace {
+
+using test::T;
+using test::TempDir;
+
+int32_t failureOf(auto&& f) {
+  try {
+    f();
+  } catch (const Failure& e) {
+    return e.number();
+  }
+  return 0;
+}
+
+TEST(Paths, BothSeparatorsAndCaseInsensitiveNames) {
+  TempDir d;
+  test::makeDir(d / "Plugins/Sub");
+  test::writeBytes(d / "Plugins/Sub/File.TXT", "x");
+  EXPECT_EQ(nativePath(T(d.path()) + u"\\plugins\\sub\\file.txt"), d / "Plugins/Sub/File.TXT");
+  EXPECT_EQ(nativePath(T(d.path()) + u"/PLUGINS/new/x"), d / "Plugins/new/x");
+  EXPECT_EQ(nativePath(T(d.path()) + u"//plugins"), d.path() + "//Plugins");
+  EXPECT_EQ(parentOf(u"a\\b/c.txt"), u"a\\b");
+  EXPECT_EQ(fileNameOf(u"a\\b/c.txt"), u"c.txt");
+}
+
+TEST(FileSystemObject, RefusalsCarryTheRuntimeNumbers) {
+  TempDir d;
+  FileSystemObject fso;
+  test::writeBytes(d / "f", "x");
+  test::makeDir(d / "dir");
+  struct Case {
+    const char* what;
+    std::function<void()> call;
+    int32_t number;
+  } cases[] = {
+      {"create over a file", [&] { fso.CreateFolder(T(d / "f")); }, err::FileAlreadyExists},
+      {"create without parent", [&] { fso.CreateFolder(T(d / "no/x")); }, err::PathNotFound},
+      {"delete missing file", [&] { fso.DeleteFile(T(d / "nope")); }, err::FileNotFound},
+      {"delete missing folder", [&] { fso.DeleteFolder(T(d / "nope")); }, err::PathNotFound},
+      {"get missing file", [&] { fso.GetFile(T(d / "nope")); }, err::FileNotFound},
+      {"get missing folder", [&] { fso.GetFolder(T(d / "nope")); }, err::PathNotFound},
+      {"read a folder", [&] { readAllBytes(T(d / "dir")); }, err::PathFileAccessError},
+      {"read missing", [&] { readAllBytes(T(d / "nope")); }, err::FileNotFound},
+      {"read empty name", [&] { readAllBytes(u""); }, err::BadFileNameOrNumber},
+      {"write without folder", [&] { OutputFile(T(d / "no/x"), OutputFile::Mode::Output); },
+       err::PathNotFound},
+  };
+  for (auto& c : cases)
+    EXPECT_EQ(failureOf(c.call), c.number) << c.what;
+  EXPECT_TRUE(fso.FileExists(T(d / "F")));
+  EXPECT_FALSE(fso.FileExists(T(d / "dir")));
+  EXPECT_TRUE(fso.FolderExists(T(d / "DIR")));
+  EXPECT_FALSE(fso.FolderExists(T(d / "f")));
+}
+
+TEST(FileSystemObject, ReadOnlyContentRefusesDeletionWithoutForce) {
+  TempDir d;
+  FileSystemObject fso;
+  test::makeDir(d / "tree/inner");
+  test::writeBytes(d / "tree/inner/ro", "x");
+  ::chmod((d / "tree/inner/ro").c_str(), 0444);
+  EXPECT_EQ(failureOf([&] { fso.DeleteFolder(T(d / "tree")); }), err::PermissionDenied);
+  EXPECT_TRUE(test::exists(d / "tree/inner/ro")) << "nothing removed on a refusal";
+  EXPECT_EQ(failureOf([&] { fso.DeleteFile(T(d / "tree/inner/ro")); }), err::PermissionDenied);
+  fso.DeleteFolder(T(d / "tree"), true);
+  EXPECT_FALSE(test::exists(d / "tree"));
+}
+
+TEST(FileSystemObject, CopyFolderMakesAndOverwrites) {
+  TempDir d;
+  FileSystemObject fso;
+  test::makeDir(d / "a/b");
+  test::writeBytes(d / "a/b/x", "new");
+  test::makeDir(d / "c/b");
+  test::writeBytes(d / "c/b/x", "old");
+  test::writeBytes(d / "c/keep", "k");
+  fso.CopyFolder(T(d / "a"), T(d / "c"));
+  fso.CopyFolder(T(d / "a"), T(d / "fresh"));
+  EXPECT_EQ(test::readBytes(d / "c/b/x"), "new");
+  EXPECT_EQ(test::readBytes(d / "c/keep"), "k");
+  EXPECT_EQ(test::readBytes(d / "fresh/b/x"), "new");
+  FolderInfo info = fso.GetFolder(T(d / "c"));
+  EXPECT_EQ(info.FileNames, std::vector<Text>{u"keep"});
+  EXPECT_EQ(fso.GetFile(T(d / "c/keep")).Size, 1);
+}
+
+TEST(TextInputFile, LineEnds) {
+  struct Case {
+    std::string bytes;
+    std::vector<Text> lines;
+  } cases[] = {
+      {"", {}},
+      {"a\r\nb", {u"a", u"b"}},
+      {"a\r\nb\r\n", {u"a", u"b"}},
+      {"a\rb\r", {u"a", u"b"}},
+      {"a\nb\n", {u"a\nb\n"}},
+      {"\r\n\r\n", {u"", u""}},
+      {"x\r\r\ny", {u"x", u"", u"y"}},
+      {"\x80\xff", {u"\u20ac\u00ff"}},
+  };
+  TempDir d;
+  for (const auto& c : cases) {
+    test::writeBytes(d / "f", c.bytes);
+    TextInputFile in(T(d / "f"));
+    std::vector<Text> got;
+    while (!in.atEnd())
+      got.push_back(in.readLine());
+    EXPECT_EQ(got, c.lines) << c.bytes;
+  }
+}
+
+TEST(FileNumbers, AreReusedAfterClose) {
+  int first;
+  {
+    FileNumber a;
+    first = a.value();
+    FileNumber b;
+    EXPECT_NE(b.value(), first);
+  }
+  FileNumber c;
+  EXPECT_EQ(c.value(), first);
+}
+
+TEST(ReplaceFileAtomically, LeavesNoTemporaryAndRefusesWithoutFolder) {
+  TempDir d;
+  EXPECT_TRUE(replaceFileAtomically(d / "f", "abc"));
+  EXPECT_EQ(test::readBytes(d / "f"), "abc");
+  EXPECT_FALSE(replaceFileAtomically(d / "none/f", "abc"));
+  size_t entries = 0;
+  for (auto& e : std::filesystem::directory_iterator(d.path()))
+    entries += !e.path().empty();
+  EXPECT_EQ(entries, 1u);
+}
+
+}  // namespace
+}  // namespace zrk::platform
