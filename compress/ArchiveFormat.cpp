@@ -16,13 +16,33 @@ Text lengthListEntry(int64_t recordLength) {
   return decimal(int64_t(digits.size())) + digits;
 }
 
+namespace {
+
+int hexDigit(char16_t c) {
+  if (c >= u'0' && c <= u'9') return c - u'0';
+  if (c >= u'A' && c <= u'F') return c - u'A' + 10;
+  if (c >= u'a' && c <= u'f') return c - u'a' + 10;
+  return -1;
+}
+
+// A piece read as hexadecimal. The one or two digits that the reader writes are taken directly,
+// since an archive has millions of them; anything else goes through the numeric-text test.
+int32_t hexPieceValue(TextView piece) {
+  int hi = hexDigit(piece[0]), lo = piece.size() == 2 ? hexDigit(piece[1]) : 0;
+  if (piece.size() == 1 && hi >= 0) return hi;
+  if (piece.size() == 2 && hi >= 0 && lo >= 0) return hi * 16 + lo;
+  return files::numberFromText(u"&H" + Text(piece));
+}
+
+}  // namespace
+
 Text bytesFromHexText(TextView numbers) {
   Text buf;
   int32_t len = 0;
   for (size_t start = 0; start < numbers.size();) {
     size_t slash = std::min(numbers.find(u'/', start), numbers.size());
     if (slash > start) {
-      int32_t value = files::numberFromText(u"&H" + Text(numbers.substr(start, slash - start)));
+      int32_t value = hexPieceValue(numbers.substr(start, slash - start));
       if (value < 0 || value > 255) throw Failure(err::InvalidCall);
       char16_t c = platform::fromAnsiByte(static_cast<unsigned char>(value));
       files::appendToBuffer(buf, len, TextView(&c, 1));
