@@ -1,4 +1,4 @@
-// The tool's archive and file commands on real files.
+// The tool's archive commands on real files.
 #include <sys/wait.h>
 
 #include <cstdlib>
@@ -25,13 +25,6 @@ TEST(ArchiveTool, MakeThenExtractGivesTheFilesBack) {
   ASSERT_EQ(runTool("archive extract '" + dir / "x.zrk" + "' '" + dir / "out" + "'"), 0);
   EXPECT_EQ(readBytes(dir / "out/a.txt"), "hello\r\n") << "one line end, not two";
   EXPECT_EQ(readBytes(dir / "out/b.bin"), std::string("\0\x10\xFF\r\n", 5));
-}
-
-TEST(ArchiveTool, UrlCheckExitsOneForARefusedAddress) {
-  EXPECT_EQ(runTool("url check example.com"), 0);
-  EXPECT_EQ(runTool("url check example"), 1);
-  EXPECT_EQ(runTool("url ip 1.2.3.4"), 0);
-  EXPECT_EQ(runTool("url ip 1.2.3"), 1);
 }
 
 }  // namespace

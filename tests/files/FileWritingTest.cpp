@@ -86,12 +86,5 @@ TEST_F(FileWriting, AppendFailureNamesTheFileInTheText) {
   EXPECT_EQ(f.failure.Description.find(u"["), Text::npos) << "the words stay unchanged";
 }
 
-TEST_F(FileWriting, ByNameTakesTheSameArguments) {
-  std::string path = root / "byname.txt";
-  std::vector<Variant> args{Variant(T(path)), texts({u"p", u"q"})};
-  kvn->CallByName(u"writefile", args);
-  EXPECT_EQ(readBytes(path), "p\r\nq\r\n");
-}
-
 }  // namespace
 }  // namespace zrk::test

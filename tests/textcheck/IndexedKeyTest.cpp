@@ -55,10 +55,5 @@ TEST_F(IndexedKey, NoValueIsReportedWhenTheValueIsAskedFor) {
   }
 }
 
-TEST_F(IndexedKey, ByNameWithTheFlagLeftOut) {
-  std::vector<Variant> args{Variant(Text(u"Port=80"))};
-  EXPECT_EQ(kvn->CallByName(u"parseinikey", args), Variant(Text(u"80")));
-}
-
 }  // namespace
 }  // namespace zrk::test
