@@ -1,0 +1,97 @@
+// Length-list entries, substring cuts, member-name checks and the words of the archive.
+#include "compress/ArchiveFormat.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "core/Failure.h"
+#include "files/TextOps.h"
+#include "platform/CodePage.h"
+
+namespace zrk::archive {
+
+Text lengthListEntry(int64_t recordLength) {
+  Text digits = decimal(recordLength);
+  if (digits.size() > 9) throw Failure(err::Overflow);
+  return decimal(int64_t(digits.size())) + digits;
+}
+
+namespace {
+
+int hexDigit(char16_t c) {
+  if (c >= u'0' && c <= u'9') return c - u'0';
+  if (c >= u'A' && c <= u'F') return c - u'A' + 10;
+  if (c >= u'a' && c <= u'f') return c - u'a' + 10;
+  return -1;
+}
+
+// A piece read as hexadecimal. The one or two digits that the reader writes are taken directly,
+// since an archive has millions of them; anything else goes through the numeric-text test.
+int32_t hexPieceValue(TextView piece) {
+  int hi = hexDigit(piece[0]), lo = piece.size() == 2 ? hexDigit(piece[1]) : 0;
+  if (piece.size() == 1 && hi >= 0) return hi;
+  if (piece.size() == 2 && hi >= 0 && lo >= 0) return hi * 16 + lo;
+  return files::numberFromText(u"&H" + Text(piece));
+}
+
+}  // namespace
+
+Text bytesFromHexText(TextView numbers) {
+  Text buf;
+  int32_t len = 0;
+  for (size_t start = 0; start < numbers.size();) {
+    size_t slash = std::min(numbers.find(u'/', start), numbers.size());
+    if (slash > start) {
+      int32_t value = hexPieceValue(numbers.substr(start, slash - start));
+      if (value < 0 || value > 255) throw Failure(err::InvalidCall);
+      char16_t c = platform::fromAnsiByte(static_cast<unsigned char>(value));
+      files::appendToBuffer(buf, len, TextView(&c, 1));
+    }
+    start = slash + 1;
+  }
+  return buf;
+}
+
+Text mid(TextView s, int64_t start, int64_t count) {
+  if (start < 1 || count < 0) throw Failure(err::InvalidCall);
+  if (start > int64_t(s.size())) return Text();
+  return Text(
+      s.substr(size_t(start - 1), size_t(std::min<int64_t>(count, int64_t(s.size()) - start + 1))));
+}
+
+Text left(TextView s, int64_t count) {
+  if (count < 0) throw Failure(err::InvalidCall);
+  return Text(s.substr(0, size_t(std::min<int64_t>(count, int64_t(s.size())))));
+}
+
+Text right(TextView s, int64_t count) {
+  if (count < 0) throw Failure(err::InvalidCall);
+  if (count >= int64_t(s.size())) return Text(s);
+  return Text(s.substr(s.size() - size_t(count)));
+}
+
+bool isSafeMemberName(TextView name) {
+  return !name.empty() && name != u"." && name != u".." &&
+         name.find_first_of(TextView(u"/\\\0", 3)) == TextView::npos;
+}
+
+Text damagedRecordName(TextView base, int32_t count, bool first) {
+  return Text(base) + (first ? u"_File" : u"File") + decimal(count) + u".txt";
+}
+
+Text damagedArchiveQuestion(TextView archiveName) {
+  return u"File Name: " + Text(archiveName) +
+         u"\r\n\r\nThe compressed file you are trying to extract appears to be damaged!"
+         u"\r\n\r\nThe ZRK can still attempt to extract the files, but the original file names "
+         u"will be lost \r\nand the ZRK will assign names to the files in the folowing format: "
+         u"[Archivename][Filenumber].txt\r\n\r\nDo you wish to continue?";
+}
+
+int32_t maxExpandedLength(size_t streamLength) {
+  // Deflate gives at most 258 bytes for two bits; the margin covers headers and block ends.
+  constexpr int64_t kMaxRatio = 1032, kMargin = 4096;
+  int64_t n = int64_t(streamLength) * kMaxRatio + kMargin;
+  return int32_t(std::min<int64_t>(n, std::numeric_limits<int32_t>::max()));
+}
+
+}  // namespace zrk::archive

@@ -1,0 +1,42 @@
+// The archive's byte-level pieces: length-list entries, the record walk's cuts, member names.
+#pragma once
+
+#include <cstdint>
+
+#include "core/Text.h"
+
+namespace zrk::archive {
+
+// The byte between the magic, the length list and the records, and inside each record.
+inline constexpr char16_t kSeparator = u'\x10';
+inline constexpr TextView kMagic = u"ZRKArch";
+
+// One length-list entry: the digit count of `recordLength`, then its digits. Failure 6 for a
+// record too long to be told in one digit's worth of digits.
+Text lengthListEntry(int64_t recordLength);
+
+// The characters whose byte values the hexadecimal pieces between "/" give, built in a growing
+// buffer (spare blanks behind the used part); empty pieces are skipped.
+Text bytesFromHexText(TextView numbers);
+
+// 1-based substring operations with the interface's checks: a negative count or a start below 1
+// is failure 5; counts beyond the end give what there is.
+Text mid(TextView s, int64_t start, int64_t count);
+Text left(TextView s, int64_t count);
+Text right(TextView s, int64_t count);
+
+// Whether a stored name stays inside the output folder: not empty, not "." or "..", and
+// without "/" or "\".
+bool isSafeMemberName(TextView name);
+
+// The file name for the n-th damaged record: base + "_File" + n + ".txt" for the first that the
+// user agreed to, base + "File" + n + ".txt" for the later ones.
+Text damagedRecordName(TextView base, int32_t count, bool first);
+
+// The question put before the first damaged record is written.
+Text damagedArchiveQuestion(TextView archiveName);
+
+// The longest text a zlib stream of `streamLength` bytes can expand to.
+int32_t maxExpandedLength(size_t streamLength);
+
+}  // namespace zrk::archive

@@ -1,0 +1,71 @@
+// Line writers: WriteFile replaces a file, AppendFile adds to one; every string is a line.
+#include "files/FileWriting.h"
+
+#include "core/CallTable.h"
+#include "core/MethodFrame.h"
+#include "core/clsKVN.h"
+#include "core/mdlKVN.h"
+#include "platform/FileIO.h"
+#include "platform/FileSystemObject.h"
+
+namespace zrk {
+namespace {
+
+constexpr int32_t kOpenLine = 1, kWriteLine = 2, kCloseLine = 3;
+
+// A string is one line; an array is walked from index 0, whatever its lower bound, to its upper
+// bound, one line per element.
+void writeLines(platform::OutputFile& out, const Variant& data) {
+  if (!data.isArray()) {
+    out.printLine(data.toText());
+    return;
+  }
+  const VariantArray& items = data.array();
+  for (int32_t i = 0; i <= items.upperBound(); ++i)
+    out.printLine(items.at(i).toText());
+}
+
+void addFileName(FailureInfo& f, TextView name) {
+  f.Description += u" [" + Text(name) + u"]";
+}
+
+}  // namespace
+
+void files::reportWriteFailure(TextView name, FailureInfo failure) {
+  addFileName(failure, name);
+  mdlKVN::HandleFailure(u"WriteFile", std::move(failure), kOpenLine);
+}
+
+void clsKVN::WriteFile(Text FName, Variant fData) {
+  MethodFrame frame(u"WriteFile");
+  frame.run(
+      [&] {
+        frame.line(kOpenLine);
+        platform::OutputFile out(FName, platform::OutputFile::Mode::Output);
+        frame.line(kWriteLine);
+        writeLines(out, fData);
+        frame.line(kCloseLine);
+        out.close();
+      },
+      [&](FailureInfo& f) { addFileName(f, FName); });
+}
+
+void clsKVN::AppendFile(Text FName, Variant fData) {
+  if (FName.empty() || !mdlKVN::SharedFileSystem().FileExists(FName)) return;
+  MethodFrame frame(u"AppendFile on file " + FName);
+  frame.run([&] {
+    frame.line(kOpenLine);
+    platform::OutputFile out(FName, platform::OutputFile::Mode::Append);
+    frame.line(kWriteLine);
+    writeLines(out, fData);
+    frame.line(kCloseLine);
+    out.close();
+  });
+}
+
+static const CallRegistrar kFileWritingCalls{
+    {u"WriteFile", calls::method<&clsKVN::WriteFile>},
+    {u"AppendFile", calls::method<&clsKVN::AppendFile>},
+};
+
+}  // namespace zrk

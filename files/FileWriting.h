@@ -1,0 +1,13 @@
+// The line writers' shared pieces: what WriteFile reports, so that a write refused before any
+// file is opened is reported exactly as a failing WriteFile.
+#pragma once
+
+#include "core/Failure.h"
+#include "core/Text.h"
+
+namespace zrk::files {
+
+// Reports `failure` the way WriteFile reports a failure on the file `name`.
+void reportWriteFailure(TextView name, FailureInfo failure);
+
+}  // namespace zrk::files

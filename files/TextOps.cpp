@@ -1,0 +1,77 @@
+// The growing buffer, blank trimming, lower-casing and number texts.
+#include "files/TextOps.h"
+
+#include <algorithm>
+#include <array>
+#include <limits>
+
+#include "core/Failure.h"
+#include "core/Variant.h"
+
+namespace zrk::files {
+
+void appendToBuffer(Text& buf, int32_t& len, TextView add) {
+  int64_t fill = int64_t(len) + int64_t(add.size());
+  if (fill > std::numeric_limits<int32_t>::max()) throw Failure(err::Overflow);
+  if (fill > int64_t(buf.size())) {
+    if (int64_t(buf.size()) + fill > std::numeric_limits<int32_t>::max()) {
+      throw Failure(err::OutOfMemory);
+    }
+    buf.append(size_t(fill), u' ');
+  }
+  if (len < 0) throw Failure(err::InvalidCall);  // the overwrite would start before position 1
+  // The buffer now holds the piece; an empty piece at a full buffer writes nothing.
+  std::copy(add.begin(), add.end(), buf.begin() + len);
+  len = int32_t(fill);
+}
+
+Text trimBlanks(TextView s) {
+  size_t b = s.find_first_not_of(u' ');
+  if (b == TextView::npos) return Text();
+  size_t e = s.find_last_not_of(u' ');
+  return Text(s.substr(b, e - b + 1));
+}
+
+Text lowerCase(TextView s) {
+  Text out(s);
+  for (char16_t& c : out) {
+    if ((c >= u'A' && c <= u'Z') || (c >= 0xC0 && c <= 0xDE && c != 0xD7)) c += 32;
+  }
+  return out;
+}
+
+namespace {
+
+// "n/" for every byte value, built once.
+const std::array<Text, 256>& numberPieces(int radix) {
+  static const auto table = [](int r) {
+    std::array<Text, 256> t;
+    const char* digits = "0123456789ABCDEF";
+    for (int b = 0; b < 256; ++b) {
+      Text piece;
+      int v = b;
+      do {
+        piece.insert(piece.begin(), char16_t(digits[v % r]));
+        v /= r;
+      } while (v > 0);
+      t[size_t(b)] = piece + u"/";
+    }
+    return t;
+  };
+  static const std::array<Text, 256> decimalTable = table(10), hexTable = table(16);
+  return radix == 16 ? hexTable : decimalTable;
+}
+
+}  // namespace
+
+void appendNumberText(Text& buf, int32_t& len, std::string_view bytes, int radix) {
+  const auto& pieces = numberPieces(radix);
+  for (unsigned char b : bytes)
+    appendToBuffer(buf, len, pieces[b]);
+}
+
+int32_t numberFromText(TextView s) {
+  return Variant(Text(s)).toLong();
+}
+
+}  // namespace zrk::files
