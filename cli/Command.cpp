@@ -21,7 +21,9 @@ CommandRegistrar::CommandRegistrar(std::initializer_list<Command> list) {
   registry().insert(registry().end(), list.begin(), list.end());
 }
 
-const std::vector<Command>& commands() { return registry(); }
+const std::vector<Command>& commands() {
+  return registry();
+}
 
 const std::string& arg(const Context& c, size_t index, const char* what) {
   if (index >= c.args.size()) throw UsageError{std::string("missing argument: ") + what};
@@ -43,6 +45,8 @@ std::string readInput(const std::string& fileOrDash) {
   return s.str();
 }
 
-void printLine(TextView text) { std::printf("%s\n", toUtf8(text).c_str()); }
+void printLine(TextView text) {
+  std::printf("%s\n", toUtf8(text).c_str());
+}
 
 }  // namespace zrk::cli

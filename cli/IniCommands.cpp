@@ -7,13 +7,15 @@ namespace {
 void printArray(const Variant& v) {
   if (!v.isArray()) return;
   const VariantArray& a = v.array();
-  for (int32_t i = a.lowerBound; i <= a.upperBound(); ++i) printLine(a.at(i).toText());
+  for (int32_t i = a.lowerBound; i <= a.upperBound(); ++i)
+    printLine(a.at(i).toText());
 }
 
 int sections(Context& c) {
   Variant v = c.kvn.GetAllIniSections(textArg(c, 0, "FILE"));
   const VariantArray& a = v.array();
-  for (int32_t i = 0; i < a.upperBound(); ++i) printLine(a.at(i).toText());  // the last is empty
+  for (int32_t i = 0; i < a.upperBound(); ++i)
+    printLine(a.at(i).toText());  // the last is empty
   return 0;
 }
 
@@ -21,7 +23,8 @@ int section(Context& c) {
   Variant v = c.kvn.GetIniSection(textArg(c, 1, "SECTION"), textArg(c, 0, "FILE"));
   if (!v.isArray()) return 1;
   const VariantArray& a = v.array();
-  for (int32_t i = 0; i < a.upperBound(); ++i) printLine(a.at(i).toText());
+  for (int32_t i = 0; i < a.upperBound(); ++i)
+    printLine(a.at(i).toText());
   return 0;
 }
 

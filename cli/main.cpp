@@ -88,7 +88,8 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "zrkkvl: %s\n", e.message.c_str());
     return 2;
   } catch (const Failure& f) {
-    std::fprintf(stderr, "zrkkvl: error %d: %s\n", f.number(), toUtf8(f.info().Description).c_str());
+    std::fprintf(stderr, "zrkkvl: error %d: %s\n", f.number(),
+                 toUtf8(f.info().Description).c_str());
     return 1;
   }
 }

@@ -84,12 +84,14 @@ CallFn CallTable::find(TextView name) const {
 std::vector<Text> CallTable::names() const {
   std::shared_lock lock(table().mutex);
   std::vector<Text> out;
-  for (const auto& [key, entry] : table().entries) out.push_back(entry.first);
+  for (const auto& [key, entry] : table().entries)
+    out.push_back(entry.first);
   return out;
 }
 
 CallRegistrar::CallRegistrar(std::initializer_list<std::pair<TextView, CallFn>> entries) {
-  for (const auto& [name, fn] : entries) CallTable::instance().add(name, fn);
+  for (const auto& [name, fn] : entries)
+    CallTable::instance().add(name, fn);
 }
 
 Variant failureObject(const FailureInfo& info) {
@@ -98,7 +100,8 @@ Variant failureObject(const FailureInfo& info) {
 
 FailureInfo failureFromObject(const Variant& v) {
   Dispatch& obj = v.object();
-  return FailureInfo{getProperty(obj, u"Number").toLong(), getProperty(obj, u"Description").toText()};
+  return FailureInfo{getProperty(obj, u"Number").toLong(),
+                     getProperty(obj, u"Description").toText()};
 }
 
 Variant clsKVN::invoke(TextView name, CallKind kind, std::vector<Variant>& args) {

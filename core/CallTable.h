@@ -47,19 +47,33 @@ struct Param;
 template <class T>
 T fromVariant(const Variant& v);
 template <>
-inline Text fromVariant<Text>(const Variant& v) { return v.toText(); }
+inline Text fromVariant<Text>(const Variant& v) {
+  return v.toText();
+}
 template <>
-inline int32_t fromVariant<int32_t>(const Variant& v) { return v.toLong(); }
+inline int32_t fromVariant<int32_t>(const Variant& v) {
+  return v.toLong();
+}
 template <>
-inline int16_t fromVariant<int16_t>(const Variant& v) { return v.toInteger(); }
+inline int16_t fromVariant<int16_t>(const Variant& v) {
+  return v.toInteger();
+}
 template <>
-inline bool fromVariant<bool>(const Variant& v) { return v.toBool(); }
+inline bool fromVariant<bool>(const Variant& v) {
+  return v.toBool();
+}
 template <>
-inline double fromVariant<double>(const Variant& v) { return v.toDouble(); }
+inline double fromVariant<double>(const Variant& v) {
+  return v.toDouble();
+}
 template <>
-inline Variant fromVariant<Variant>(const Variant& v) { return v; }
+inline Variant fromVariant<Variant>(const Variant& v) {
+  return v;
+}
 template <>
-inline FailureInfo fromVariant<FailureInfo>(const Variant& v) { return failureFromObject(v); }
+inline FailureInfo fromVariant<FailureInfo>(const Variant& v) {
+  return failureFromObject(v);
+}
 
 inline const Variant& required(const Variant* v) {
   if (!v) throw Failure(err::ArgumentNotOptional);

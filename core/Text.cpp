@@ -3,9 +3,13 @@
 
 namespace zrk {
 
-Text ascii(std::string_view s) { return Text(s.begin(), s.end()); }
+Text ascii(std::string_view s) {
+  return Text(s.begin(), s.end());
+}
 
-Text decimal(int64_t n) { return ascii(std::to_string(n)); }
+Text decimal(int64_t n) {
+  return ascii(std::to_string(n));
+}
 
 Text replaceAll(TextView in, TextView what, TextView with) {
   if (what.empty()) return Text(in);
@@ -25,7 +29,8 @@ std::vector<Text> split(TextView in, TextView separator) {
   if (in.empty()) return parts;
   if (separator.empty()) return {Text(in)};
   size_t pos = 0;
-  for (size_t hit; (hit = in.find(separator, pos)) != TextView::npos; pos = hit + separator.size()) {
+  for (size_t hit; (hit = in.find(separator, pos)) != TextView::npos;
+       pos = hit + separator.size()) {
     parts.emplace_back(in.substr(pos, hit - pos));
   }
   parts.emplace_back(in.substr(pos));
@@ -51,7 +56,8 @@ std::string toUtf8(TextView s) {
   out.reserve(s.size());
   for (size_t i = 0; i < s.size(); ++i) {
     uint32_t c = s[i];
-    if (c >= 0xD800 && c <= 0xDBFF && i + 1 < s.size() && s[i + 1] >= 0xDC00 && s[i + 1] <= 0xDFFF) {
+    if (c >= 0xD800 && c <= 0xDBFF && i + 1 < s.size() && s[i + 1] >= 0xDC00 &&
+        s[i + 1] <= 0xDFFF) {
       c = 0x10000 + ((c - 0xD800) << 10) + (s[++i] - 0xDC00);
     } else if (c >= 0xD800 && c <= 0xDFFF) {
       c = 0xFFFD;

@@ -22,7 +22,8 @@ const Variant& VariantArray::at(int32_t index) const {
 Variant Variant::textArray(std::vector<Text> items) {
   VariantArray a;
   a.items.reserve(items.size());
-  for (auto& t : items) a.items.emplace_back(std::move(t));
+  for (auto& t : items)
+    a.items.emplace_back(std::move(t));
   return Variant(std::move(a));
 }
 
@@ -36,7 +37,9 @@ VariantArray& Variant::array() {
   throw Failure(err::TypeMismatch);
 }
 
-const VariantArray& Variant::array() const { return const_cast<Variant*>(this)->array(); }
+const VariantArray& Variant::array() const {
+  return const_cast<Variant*>(this)->array();
+}
 
 Dispatch& Variant::object() const {
   if (auto* o = std::get_if<std::shared_ptr<Dispatch>>(&v_); o && *o) return **o;
@@ -46,23 +49,35 @@ Dispatch& Variant::object() const {
 
 Text Variant::toText() const {
   switch (kind()) {
-    case Kind::Empty: return Text();
-    case Kind::Text: return std::get<Text>(v_);
-    case Kind::Integer: return decimal(std::get<int16_t>(v_));
-    case Kind::Long: return decimal(std::get<int32_t>(v_));
-    case Kind::Double: return formatDouble(std::get<double>(v_));
-    case Kind::Boolean: return std::get<bool>(v_) ? u"True" : u"False";
-    default: throw Failure(err::TypeMismatch);
+    case Kind::Empty:
+      return Text();
+    case Kind::Text:
+      return std::get<Text>(v_);
+    case Kind::Integer:
+      return decimal(std::get<int16_t>(v_));
+    case Kind::Long:
+      return decimal(std::get<int32_t>(v_));
+    case Kind::Double:
+      return formatDouble(std::get<double>(v_));
+    case Kind::Boolean:
+      return std::get<bool>(v_) ? u"True" : u"False";
+    default:
+      throw Failure(err::TypeMismatch);
   }
 }
 
 double Variant::toDouble() const {
   switch (kind()) {
-    case Kind::Empty: return 0;
-    case Kind::Integer: return std::get<int16_t>(v_);
-    case Kind::Long: return std::get<int32_t>(v_);
-    case Kind::Double: return std::get<double>(v_);
-    case Kind::Boolean: return std::get<bool>(v_) ? -1 : 0;
+    case Kind::Empty:
+      return 0;
+    case Kind::Integer:
+      return std::get<int16_t>(v_);
+    case Kind::Long:
+      return std::get<int32_t>(v_);
+    case Kind::Double:
+      return std::get<double>(v_);
+    case Kind::Boolean:
+      return std::get<bool>(v_) ? -1 : 0;
     case Kind::Text: {
       const Text& t = std::get<Text>(v_);
       if (auto d = parseNumericText(t)) return *d;
@@ -70,15 +85,19 @@ double Variant::toDouble() const {
       if (equalsNoCase(t, u"False")) return 0;
       throw Failure(err::TypeMismatch);
     }
-    default: throw Failure(err::TypeMismatch);
+    default:
+      throw Failure(err::TypeMismatch);
   }
 }
 
 int32_t Variant::toLong() const {
   switch (kind()) {
-    case Kind::Integer: return std::get<int16_t>(v_);
-    case Kind::Long: return std::get<int32_t>(v_);
-    default: return roundToLong(toDouble());
+    case Kind::Integer:
+      return std::get<int16_t>(v_);
+    case Kind::Long:
+      return std::get<int32_t>(v_);
+    default:
+      return roundToLong(toDouble());
   }
 }
 
@@ -107,7 +126,9 @@ void letProperty(Dispatch& obj, TextView name, Variant value) {
 
 namespace {
 
-bool isBlank(char16_t c) { return c == u' ' || c == u'\t'; }
+bool isBlank(char16_t c) {
+  return c == u' ' || c == u'\t';
+}
 
 std::optional<double> parseRadix(TextView s, int radix) {
   if (s.empty() || s.size() > 16) return std::nullopt;
@@ -136,8 +157,10 @@ std::optional<double> parseRadix(TextView s, int radix) {
 
 std::optional<double> parseNumericText(TextView s) {
   size_t b = 0, e = s.size();
-  while (b < e && isBlank(s[b])) ++b;
-  while (e > b && isBlank(s[e - 1])) --e;
+  while (b < e && isBlank(s[b]))
+    ++b;
+  while (e > b && isBlank(s[e - 1]))
+    --e;
   s = s.substr(b, e - b);
   if (s.empty()) return std::nullopt;
   if (s[0] == u'&') {
@@ -166,7 +189,8 @@ std::optional<double> parseNumericText(TextView s) {
     ++i;
     if (i < s.size() && (s[i] == u'+' || s[i] == u'-')) ascii += char(s[i++]);
     size_t expDigits = 0;
-    for (; i < s.size() && s[i] >= u'0' && s[i] <= u'9'; ++i) ascii += char(s[i]), ++expDigits;
+    for (; i < s.size() && s[i] >= u'0' && s[i] <= u'9'; ++i)
+      ascii += char(s[i]), ++expDigits;
     if (expDigits == 0) return std::nullopt;
   }
   if (i != s.size()) return std::nullopt;
@@ -175,7 +199,9 @@ std::optional<double> parseNumericText(TextView s) {
   return d;
 }
 
-bool isNumericText(TextView s) { return parseNumericText(s).has_value(); }
+bool isNumericText(TextView s) {
+  return parseNumericText(s).has_value();
+}
 
 int32_t roundToLong(double d) {
   double r = std::nearbyint(d);  // default rounding mode: half to even
@@ -191,7 +217,8 @@ Text formatDouble(double d) {
   auto ePos = s.find('E');
   std::string mant = s.substr(0, ePos), exp = ePos == std::string::npos ? "" : s.substr(ePos);
   if (mant.find('.') != std::string::npos) {
-    while (mant.back() == '0') mant.pop_back();
+    while (mant.back() == '0')
+      mant.pop_back();
     if (mant.back() == '.') mant.pop_back();
   }
   return ascii(mant + exp);

@@ -20,7 +20,8 @@ clsKVN::~clsKVN() = default;
 
 Text clsKVN::dllVersion(Text) {
   return noTrap([] {
-    return decimal(kVersionMajor) + u"." + decimal(kVersionMinor) + u"." + decimal(kVersionRevision);
+    return decimal(kVersionMajor) + u"." + decimal(kVersionMinor) + u"." +
+           decimal(kVersionRevision);
   });
 }
 

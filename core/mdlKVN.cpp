@@ -27,9 +27,8 @@ void logFailure(TextView text, const FailureInfo& failure, int32_t line) {
   bool outer = s.writingLog;
   s.writingLog = true;
   try {
-    callMainObject(u"LogError",
-                   {Variant(Text(u"zrkKVL.dll")), Variant(Text(text)), failureObject(failure),
-                    Variant(line)});
+    callMainObject(u"LogError", {Variant(Text(u"zrkKVL.dll")), Variant(Text(text)),
+                                 failureObject(failure), Variant(line)});
   } catch (...) {
     s.writingLog = outer;
     throw;

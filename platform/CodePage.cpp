@@ -24,7 +24,9 @@ unsigned char reverseHigh(char16_t c) {
 
 }  // namespace
 
-char16_t fromAnsiByte(unsigned char b) { return (b >= 0x80 && b < 0xA0) ? kHigh[b - 0x80] : b; }
+char16_t fromAnsiByte(unsigned char b) {
+  return (b >= 0x80 && b < 0xA0) ? kHigh[b - 0x80] : b;
+}
 
 unsigned char toAnsiByte(char16_t c) {
   if (c < 0x80 || (c >= 0xA0 && c <= 0xFF)) return static_cast<unsigned char>(c);
@@ -33,13 +35,15 @@ unsigned char toAnsiByte(char16_t c) {
 
 Text fromAnsi(std::string_view bytes) {
   Text out(bytes.size(), u'\0');
-  for (size_t i = 0; i < bytes.size(); ++i) out[i] = fromAnsiByte(static_cast<unsigned char>(bytes[i]));
+  for (size_t i = 0; i < bytes.size(); ++i)
+    out[i] = fromAnsiByte(static_cast<unsigned char>(bytes[i]));
   return out;
 }
 
 std::string toAnsi(TextView text) {
   std::string out(text.size(), '\0');
-  for (size_t i = 0; i < text.size(); ++i) out[i] = static_cast<char>(toAnsiByte(text[i]));
+  for (size_t i = 0; i < text.size(); ++i)
+    out[i] = static_cast<char>(toAnsiByte(text[i]));
   return out;
 }
 

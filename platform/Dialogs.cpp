@@ -12,25 +12,39 @@ namespace zrk::platform {
 
 std::vector<int32_t> buttonsOf(int32_t code) {
   switch (code & 7) {
-    case mb::OKCancel: return {mb::OK, mb::Cancel};
-    case mb::AbortRetryIgnore: return {mb::Abort, mb::Retry, mb::Ignore};
-    case mb::YesNoCancel: return {mb::Yes, mb::No, mb::Cancel};
-    case mb::YesNo: return {mb::Yes, mb::No};
-    case mb::RetryCancel: return {mb::Retry, mb::Cancel};
-    default: return {mb::OK};
+    case mb::OKCancel:
+      return {mb::OK, mb::Cancel};
+    case mb::AbortRetryIgnore:
+      return {mb::Abort, mb::Retry, mb::Ignore};
+    case mb::YesNoCancel:
+      return {mb::Yes, mb::No, mb::Cancel};
+    case mb::YesNo:
+      return {mb::Yes, mb::No};
+    case mb::RetryCancel:
+      return {mb::Retry, mb::Cancel};
+    default:
+      return {mb::OK};
   }
 }
 
 const char* answerName(int32_t a) {
   switch (a) {
-    case mb::OK: return "OK";
-    case mb::Cancel: return "Cancel";
-    case mb::Abort: return "Abort";
-    case mb::Retry: return "Retry";
-    case mb::Ignore: return "Ignore";
-    case mb::Yes: return "Yes";
-    case mb::No: return "No";
-    default: return "?";
+    case mb::OK:
+      return "OK";
+    case mb::Cancel:
+      return "Cancel";
+    case mb::Abort:
+      return "Abort";
+    case mb::Retry:
+      return "Retry";
+    case mb::Ignore:
+      return "Ignore";
+    case mb::Yes:
+      return "Yes";
+    case mb::No:
+      return "No";
+    default:
+      return "?";
   }
 }
 

@@ -13,8 +13,8 @@ namespace zrk::platform {
 
 // Button sets and answers of the message box.
 namespace mb {
-inline constexpr int32_t OKOnly = 0, OKCancel = 1, AbortRetryIgnore = 2, YesNoCancel = 3,
-                         YesNo = 4, RetryCancel = 5;
+inline constexpr int32_t OKOnly = 0, OKCancel = 1, AbortRetryIgnore = 2, YesNoCancel = 3, YesNo = 4,
+                         RetryCancel = 5;
 inline constexpr int32_t Critical = 16, Question = 32, Exclamation = 48, Information = 64;
 inline constexpr int32_t OK = 1, Cancel = 2, Abort = 3, Retry = 4, Ignore = 5, Yes = 6, No = 7;
 }  // namespace mb

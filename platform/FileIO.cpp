@@ -109,11 +109,13 @@ std::string_view TextInputFile::readLineBytes() {
   return line;
 }
 
-Text TextInputFile::readLine() { return fromAnsi(readLineBytes()); }
+Text TextInputFile::readLine() {
+  return fromAnsi(readLineBytes());
+}
 
 OutputFile::OutputFile(TextView path, Mode mode)
-    : handle_(openPath(path, O_WRONLY | O_CREAT | (mode == Mode::Append ? O_APPEND : O_TRUNC),
-                       true)) {}
+    : handle_(
+          openPath(path, O_WRONLY | O_CREAT | (mode == Mode::Append ? O_APPEND : O_TRUNC), true)) {}
 
 OutputFile::~OutputFile() {
   try {
@@ -172,7 +174,10 @@ bool replaceFileAtomically(const std::string& path, std::string_view bytes) {
   for (size_t off = 0; ok && off < bytes.size();) {
     ssize_t w = ::write(fd, bytes.data() + off, bytes.size() - off);
     if (w < 0 && errno == EINTR) continue;
-    if (w <= 0) ok = false; else off += size_t(w);
+    if (w <= 0)
+      ok = false;
+    else
+      off += size_t(w);
   }
   ok = ok && ::fchmod(fd, existed ? (st.st_mode & 07777) : 0644) == 0 && ::fsync(fd) == 0;
   try {

@@ -16,11 +16,17 @@
 namespace zrk::platform {
 namespace {
 
-bool statPath(const std::string& p, struct stat& st) { return ::stat(p.c_str(), &st) == 0; }
+bool statPath(const std::string& p, struct stat& st) {
+  return ::stat(p.c_str(), &st) == 0;
+}
 
-bool isReadOnly(const struct stat& st) { return (st.st_mode & S_IWUSR) == 0; }
+bool isReadOnly(const struct stat& st) {
+  return (st.st_mode & S_IWUSR) == 0;
+}
 
-[[noreturn]] void failErrno() { throw failureFromErrno(errno); }
+[[noreturn]] void failErrno() {
+  throw failureFromErrno(errno);
+}
 
 std::vector<std::string> entriesOf(const std::string& dir) {
   std::vector<std::string> names;
@@ -142,7 +148,8 @@ void FileSystemObject::DeleteFolder(TextView path, bool force) const {
 void FileSystemObject::CopyFolder(TextView source, TextView destination, bool overwrite) const {
   std::string src = nativePath(source);
   struct stat st;
-  if (source.empty() || !statPath(src, st) || !S_ISDIR(st.st_mode)) throw Failure(err::PathNotFound);
+  if (source.empty() || !statPath(src, st) || !S_ISDIR(st.st_mode))
+    throw Failure(err::PathNotFound);
   std::string dst = nativePath(destination);
   if (!overwrite && statPath(dst, st)) throw Failure(err::FileAlreadyExists);
   copyTree(src, dst);

@@ -18,7 +18,8 @@ std::optional<Text> gOverride;
 
 Text loadedFolder() {
   Dl_info info{};
-  if (::dladdr(reinterpret_cast<void*>(&loadedFolder), &info) == 0 || !info.dli_fname) return Text();
+  if (::dladdr(reinterpret_cast<void*>(&loadedFolder), &info) == 0 || !info.dli_fname)
+    return Text();
   std::string file = info.dli_fname;
   char real[PATH_MAX];
   if (::realpath(file.c_str(), real)) file = real;

@@ -29,7 +29,9 @@ std::string findNoCase(const std::string& dir, TextView name) {
 
 }  // namespace
 
-bool isSeparator(char16_t c) { return c == u'/' || c == u'\\'; }
+bool isSeparator(char16_t c) {
+  return c == u'/' || c == u'\\';
+}
 
 std::string nativePath(TextView path) {
   std::string out;
@@ -38,7 +40,8 @@ std::string nativePath(TextView path) {
   bool resolving = true;
   while (i <= path.size()) {
     size_t j = i;
-    while (j < path.size() && !isSeparator(path[j])) ++j;
+    while (j < path.size() && !isSeparator(path[j]))
+      ++j;
     TextView comp = path.substr(i, j - i);
     std::string written = toUtf8(comp);
     std::string candidate = out + written;

@@ -20,11 +20,15 @@ namespace {
 
 using Bytes = std::string_view;
 
-bool isBlank(char c) { return c == ' ' || c == '\t'; }
+bool isBlank(char c) {
+  return c == ' ' || c == '\t';
+}
 
 Bytes trim(Bytes s) {
-  while (!s.empty() && isBlank(s.front())) s.remove_prefix(1);
-  while (!s.empty() && isBlank(s.back())) s.remove_suffix(1);
+  while (!s.empty() && isBlank(s.front()))
+    s.remove_prefix(1);
+  while (!s.empty() && isBlank(s.back()))
+    s.remove_suffix(1);
   return s;
 }
 
@@ -37,8 +41,7 @@ unsigned char fold(unsigned char c) {
 }
 
 bool sameName(Bytes a, Bytes b) {
-  return a.size() == b.size() &&
-         std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
            return fold(static_cast<unsigned char>(x)) == fold(static_cast<unsigned char>(y));
          });
 }
@@ -97,7 +100,8 @@ std::optional<SectionRange> findSection(const std::vector<Line>& lines, Bytes na
   for (size_t i = 0; i < lines.size(); ++i) {
     if (lines[i].kind != Line::Kind::Section || !sameName(lines[i].name, name)) continue;
     size_t j = i + 1;
-    while (j < lines.size() && lines[j].kind != Line::Kind::Section) ++j;
+    while (j < lines.size() && lines[j].kind != Line::Kind::Section)
+      ++j;
     return SectionRange{i, i + 1, j};
   }
   return std::nullopt;
@@ -130,7 +134,8 @@ std::optional<std::string> readProfileFile(TextView file) {
 int32_t putValue(Bytes value, Text& buffer, int32_t size) {
   if (size <= 0) return 0;
   size_t n = std::min(value.size(), size_t(size - 1));
-  for (size_t i = 0; i < n; ++i) buffer[i] = fromAnsiByte(static_cast<unsigned char>(value[i]));
+  for (size_t i = 0; i < n; ++i)
+    buffer[i] = fromAnsiByte(static_cast<unsigned char>(value[i]));
   buffer[n] = u'\0';
   return int32_t(n);
 }
@@ -140,17 +145,20 @@ int32_t putValue(Bytes value, Text& buffer, int32_t size) {
 int32_t putList(const std::vector<std::string>& entries, Text& buffer, int32_t size) {
   if (size <= 0) return 0;
   std::string all;
-  for (const auto& e : entries) all.append(e).push_back('\0');
+  for (const auto& e : entries)
+    all.append(e).push_back('\0');
   if (size < 2) {
     buffer[0] = u'\0';
     return 0;
   }
   if (all.size() + 1 >= size_t(size)) {
-    for (int32_t i = 0; i < size - 2; ++i) buffer[i] = fromAnsiByte(static_cast<unsigned char>(all[i]));
+    for (int32_t i = 0; i < size - 2; ++i)
+      buffer[i] = fromAnsiByte(static_cast<unsigned char>(all[i]));
     buffer[size - 2] = buffer[size - 1] = u'\0';
     return size - 2;
   }
-  for (size_t i = 0; i < all.size(); ++i) buffer[i] = fromAnsiByte(static_cast<unsigned char>(all[i]));
+  for (size_t i = 0; i < all.size(); ++i)
+    buffer[i] = fromAnsiByte(static_cast<unsigned char>(all[i]));
   buffer[all.size()] = u'\0';
   return int32_t(all.size());
 }

@@ -89,7 +89,8 @@ Text clsKVN::GetIniKey(Text iSect, Text iKey, Text iFile) {
         if (iKey.find(u'=') == Text::npos) {
           frame.line(2);
           Text buf(kValueSize, u'\0');
-          int32_t n = platform::GetPrivateProfileStringA(&iSect, &iKey, u"", buf, kValueSize, iFile);
+          int32_t n =
+              platform::GetPrivateProfileStringA(&iSect, &iKey, u"", buf, kValueSize, iFile);
           result = buf.substr(0, size_t(n));
           return;
         }

@@ -1,10 +1,13 @@
 // Test helpers over POSIX.
 #include "support/TestSupport.h"
 
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -51,7 +54,19 @@ bool exists(const std::string& path) {
   return ::lstat(path.c_str(), &st) == 0;
 }
 
-void makeDir(const std::string& path) { std::filesystem::create_directories(path); }
+void makeDir(const std::string& path) {
+  std::filesystem::create_directories(path);
+}
+
+void makeUnopenableFile(const std::string& path) {
+  int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un addr{};
+  addr.sun_family = AF_UNIX;
+  if (fd < 0 || path.size() >= sizeof addr.sun_path) std::abort();
+  std::memcpy(addr.sun_path, path.c_str(), path.size() + 1);
+  if (::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) std::abort();
+  ::close(fd);
+}
 
 void LibraryTest::SetUp() {
   mdlKVN::state() = mdlKVN::State{};  // every test starts the thread afresh

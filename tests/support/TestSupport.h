@@ -32,13 +32,19 @@ std::string readBytes(const std::string& path);
 void writeBytes(const std::string& path, const std::string& bytes);
 bool exists(const std::string& path);
 void makeDir(const std::string& path);
+// A file that exists but cannot be opened (a socket), since tests may run as root, for whom
+// permission bits refuse nothing.
+void makeUnopenableFile(const std::string& path);
 
-inline Text T(const std::string& s) { return fromUtf8(s); }
+inline Text T(const std::string& s) {
+  return fromUtf8(s);
+}
 
 // Stands in for a call by name for the scope of the object.
 class CallStandIn {
  public:
-  CallStandIn(TextView name, CallFn fn) : name_(name), old_(CallTable::instance().replace(name, fn)) {}
+  CallStandIn(TextView name, CallFn fn)
+      : name_(name), old_(CallTable::instance().replace(name, fn)) {}
   ~CallStandIn() { CallTable::instance().replace(name_, old_); }
 
  private:

@@ -1,0 +1,71 @@
+// Strings as zlib streams: CompressString and DecompressString over stock zlib.
+#include <zlib.h>
+
+#include <string>
+
+#include "core/CallTable.h"
+#include "core/MethodFrame.h"
+#include "core/clsKVN.h"
+#include "platform/CodePage.h"
+
+namespace zrk {
+namespace {
+
+// The work buffer's size for a length n: 1 percent plus 12 over n, summed in double precision in
+// that order and rounded half to even. A negative size cannot be made (failure 5); one beyond the
+// 32-bit range overflows (failure 6).
+int32_t workBufferSize(double n) {
+  int32_t size = roundToLong(n * 0.01 + n + 12);
+  if (size < 0) throw Failure(err::InvalidCall);
+  return size;
+}
+
+using ZlibCall = int (*)(Bytef*, uLongf*, const Bytef*, uLong);
+
+// One zlib call into a work buffer of `size` bytes. The size variable takes zlib's count only
+// when the call delivered a whole result; otherwise it keeps the buffer's size, so a bad stream
+// gives the whole buffer: what was expanded, then the NULs behind it. Every stored format counts
+// on that. Beyond this, the status is dropped: it raises nothing.
+Text runZlib(ZlibCall call, const Text& input, int32_t size) {
+  std::string source = platform::toAnsi(input);
+  std::string buffer(size_t(size), '\0');
+  uLongf delivered = uLongf(size);
+  int32_t sizeVariable = size;
+  if (call(reinterpret_cast<Bytef*>(buffer.data()), &delivered,
+           reinterpret_cast<const Bytef*>(source.data()), uLong(source.size())) == Z_OK) {
+    sizeVariable = int32_t(delivered);
+  }
+  buffer.resize(size_t(sizeVariable));
+  return platform::fromAnsi(buffer);
+}
+
+int compressDefault(Bytef* dest, uLongf* destLen, const Bytef* source, uLong sourceLen) {
+  return compress(dest, destLen, source, sourceLen);
+}
+
+int uncompressStream(Bytef* dest, uLongf* destLen, const Bytef* source, uLong sourceLen) {
+  return uncompress(dest, destLen, source, sourceLen);
+}
+
+}  // namespace
+
+Text clsKVN::CompressString(Text TheString) {
+  return noTrap([&] {
+    int32_t size = workBufferSize(double(TheString.size()));
+    return runZlib(compressDefault, TheString, size);
+  });
+}
+
+Text clsKVN::DecompressString(Text TheString, int32_t OrigSize) {
+  return noTrap([&] {
+    int32_t size = workBufferSize(double(OrigSize));
+    return runZlib(uncompressStream, TheString, size);
+  });
+}
+
+static const CallRegistrar kCompressionCalls{
+    {u"CompressString", calls::method<&clsKVN::CompressString>},
+    {u"DecompressString", calls::method<&clsKVN::DecompressString>},
+};
+
+}  // namespace zrk

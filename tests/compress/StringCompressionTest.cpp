@@ -1,0 +1,108 @@
+// Strings as zlib streams: exact bytes, the work buffer, bad streams, round trips.
+#include <string>
+
+#include "platform/CodePage.h"
+#include "support/TestSupport.h"
+
+namespace zrk::test {
+namespace {
+
+Text bytes(std::string_view b) {
+  return platform::fromAnsi(b);
+}
+std::string ansi(const Text& t) {
+  return platform::toAnsi(t);
+}
+
+class StringCompression : public LibraryTest {};
+
+TEST_F(StringCompression, KnownStreams) {
+  EXPECT_EQ(ansi(kvn->CompressString(u"")), std::string("\x78\x9C\x03\x00\x00\x00\x00\x01", 8));
+  EXPECT_EQ(ansi(kvn->CompressString(u"abc")),
+            std::string("\x78\x9C\x4B\x4C\x4A\x06\x00\x02\x4D\x01\x27", 11));
+}
+
+TEST_F(StringCompression, OrigSizeOnlySizesTheBuffer) {
+  Text abc = kvn->CompressString(u"abc");
+  for (int32_t origSize : {3, 0, 1, 1000}) {
+    EXPECT_EQ(kvn->DecompressString(abc, origSize), u"abc") << origSize;
+  }
+  EXPECT_EQ(kvn->DecompressString(kvn->CompressString(u""), 0), u"");
+}
+
+// A text that is no stream gives the whole work buffer of NULs, whose size shows the formula:
+// 1 percent plus 12, rounded half to even.
+TEST_F(StringCompression, BadStreamGivesTheWholeWorkBuffer) {
+  struct Case {
+    int32_t origSize;
+    size_t bufferSize;
+  } cases[] = {{0, 12},    {1, 13},    {10, 22},   {50, 62},     {99, 112},
+               {100, 113}, {150, 164}, {250, 264}, {1000, 1022}, {-12, 0}};
+  for (const Case& c : cases) {
+    Text out = kvn->DecompressString(u"no stream here", c.origSize);
+    EXPECT_EQ(out, Text(c.bufferSize, u'\0')) << c.origSize;
+  }
+}
+
+// A stream that breaks off keeps what was expanded, followed by the rest of the buffer.
+TEST_F(StringCompression, TruncatedStreamKeepsExpandedTextAndBuffer) {
+  Text text(200, u'x');
+  Text stream = kvn->CompressString(text);
+  Text cut = kvn->DecompressString(stream.substr(0, stream.size() - 4), 200);  // no checksum
+  ASSERT_EQ(cut.size(), 214u);
+  EXPECT_EQ(cut.substr(0, 200), text);
+  EXPECT_EQ(cut.substr(200), Text(14, u'\0'));
+}
+
+TEST_F(StringCompression, SizesOutsideTheRangeFailToTheCaller) {
+  struct Case {
+    int32_t origSize;
+    int32_t number;
+  } cases[] = {{-13, err::InvalidCall}, {-1000, err::InvalidCall}, {INT32_MAX, err::Overflow}};
+  for (const Case& c : cases) {
+    try {
+      kvn->DecompressString(u"x", c.origSize);
+      ADD_FAILURE() << c.origSize;
+    } catch (const Failure& f) {
+      EXPECT_EQ(f.number(), c.number) << c.origSize;
+    }
+  }
+}
+
+TEST_F(StringCompression, EveryByteRoundTrips) {
+  std::string all;
+  for (int i = 0; i < 256; ++i)
+    all += char(i);
+  const std::string inputs[] = {std::string(3, '\0'), all, all + all + std::string(5000, '\xFF'),
+                                std::string("\0a\0b\0", 5)};
+  for (const std::string& in : inputs) {
+    Text text = bytes(in);
+    Text stream = kvn->CompressString(text);
+    EXPECT_EQ(ansi(kvn->DecompressString(stream, int32_t(text.size()))), in);
+  }
+}
+
+TEST_F(StringCompression, NulInputCompressedWhole) {
+  Text three(3, u'\0');
+  EXPECT_EQ(kvn->DecompressString(kvn->CompressString(three), 3), three);
+  EXPECT_NE(kvn->CompressString(three), kvn->CompressString(u""));
+}
+
+TEST_F(StringCompression, PublicSizeVariablesUntouched) {
+  kvn->CompressedSize = 77;
+  kvn->OriginalSize = -5;
+  kvn->DecompressString(kvn->CompressString(u"hello"), 5);
+  kvn->DecompressString(u"bad", 10);
+  EXPECT_EQ(kvn->CompressedSize, 77);
+  EXPECT_EQ(kvn->OriginalSize, -5);
+}
+
+TEST_F(StringCompression, ReachableByName) {
+  std::vector<Variant> args{Variant(Text(u"abc"))};
+  Variant stream = kvn->CallByName(u"compressstring", args);
+  std::vector<Variant> back{stream, Variant(int32_t(3))};
+  EXPECT_EQ(kvn->CallByName(u"DecompressString", back).toText(), u"abc");
+}
+
+}  // namespace
+}  // namespace zrk::test
