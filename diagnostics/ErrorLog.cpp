@@ -39,10 +39,13 @@ std::vector<Text> recordLines(const ErrorRecord& r) {
 
 void clsKVN::LogError(Text ErrLoc, Text ErrFunc, FailureInfo ErrObj, int32_t ErrLine) {
   noTrap([&] {
-    diagnostics::ErrorRecord record{.location = ErrLoc, .function = ErrFunc, .line = ErrLine};
+    diagnostics::ErrorRecord record;
     record.failure = ErrObj;
     record.date = diagnostics::dateText(platform::localNow());
     record.time = diagnostics::timeText(platform::localNow());
+    record.location = ErrLoc;
+    record.function = ErrFunc;
+    record.line = ErrLine;
     Text path = diagnostics::errorLogPath();
     platform::FileSystemObject& fso = mdlKVN::SharedFileSystem();
     if (!fso.FileExists(path)) fso.CreateTextFile(path, true);

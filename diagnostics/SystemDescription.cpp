@@ -13,6 +13,7 @@
 #include "core/mdlKVN.h"
 #include "platform/CodePage.h"
 #include "platform/Registry.h"
+#include "platform/SystemInfo.h"
 #include "platform/SystemQuery.h"
 #include "profiles/Base64.h"
 
@@ -28,9 +29,10 @@ Text trimBlanks(TextView s) {
 // Steps 1 to 4 of the description: product name, version, build, service pack.
 Text operatingSystemText() {
   Text os;
-  platform::OperatingSystemRecord r;
-  bool found = trapSilently([&] { r = platform::queryOperatingSystem(); });
-  if (!found) return os;
+  std::optional<platform::OperatingSystemRecord> record;
+  stepOver([&] { record = platform::queryOperatingSystem(); });
+  if (!record) return os;
+  const platform::OperatingSystemRecord& r = *record;
   stepOver([&] { os = trimBlanks(split(r.Name, u"|").at(0)); });
   stepOver([&] {
     std::vector<Text> v = split(r.Version, u".");

@@ -1,9 +1,8 @@
-// Machine queries over os-release, uname, sysinfo and the PCI devices in /sys.
+// Machine queries over sysinfo and the PCI devices in /sys.
 #include "platform/SystemQuery.h"
 
 #include <dirent.h>
 #include <sys/sysinfo.h>
-#include <sys/utsname.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -30,31 +29,6 @@ std::optional<SystemOverride> currentOverride() {
 std::string underRoot(const std::string& absolutePath) {
   auto o = currentOverride();
   return o ? o->root + absolutePath : absolutePath;
-}
-
-// The value of `key` in os-release text, without its quotes.
-std::optional<std::string> osReleaseValue(const std::string& text, std::string_view key) {
-  std::istringstream in(text);
-  std::string line;
-  while (std::getline(in, line)) {
-    if (line.size() <= key.size() || line.compare(0, key.size(), key) != 0 ||
-        line[key.size()] != '=') {
-      continue;
-    }
-    std::string v = line.substr(key.size() + 1);
-    if (v.size() >= 2 && (v.front() == '"' || v.front() == '\'') && v.back() == v.front()) {
-      v = v.substr(1, v.size() - 2);
-    }
-    return v;
-  }
-  return std::nullopt;
-}
-
-std::string kernelRelease() {
-  if (auto o = currentOverride()) return o->kernelRelease;
-  utsname u{};
-  if (::uname(&u) != 0) return std::string();
-  return u.release;
 }
 
 std::vector<std::string> folderEntries(const std::string& dir) {
@@ -115,25 +89,6 @@ std::optional<std::string> readSystemFile(const std::string& absolutePath) {
   std::ostringstream s;
   s << in.rdbuf();
   return s.str();
-}
-
-Text dottedVersion(std::string_view release) {
-  size_t n = 0;
-  while (n < release.size() && ((release[n] >= '0' && release[n] <= '9') || release[n] == '.')) ++n;
-  while (n > 0 && release[n - 1] == '.') --n;
-  return fromUtf8(release.substr(0, n));
-}
-
-OperatingSystemRecord queryOperatingSystem() {
-  auto text = readSystemFile("/etc/os-release");
-  if (!text) text = readSystemFile("/usr/lib/os-release");
-  if (!text) throw Failure(err::CantCreateObject);
-  std::string name = osReleaseValue(*text, "PRETTY_NAME")
-                         .value_or(osReleaseValue(*text, "NAME").value_or("Linux"));
-  OperatingSystemRecord r;
-  r.Name = fromUtf8(name) + u"|/";
-  r.Version = dottedVersion(kernelRelease());
-  return r;  // Linux has no service packs: 0.0
 }
 
 std::optional<std::array<uint8_t, 8>> totalPhysicalMemory() {

@@ -1,5 +1,5 @@
-// Stand-ins for the machine queries: the operating system's management record, total memory,
-// the default graphics adapter, each read from the Linux equivalents.
+// Stand-ins for the machine queries: total memory and the default graphics adapter, read from
+// their Linux equivalents. (The operating system's record is in platform/SystemInfo.h.)
 #pragma once
 
 #include <array>
@@ -10,21 +10,6 @@
 #include "core/Text.h"
 
 namespace zrk::platform {
-
-// The properties of the operating system's management record that the description reads.
-struct OperatingSystemRecord {
-  Text Name;     // product name, "|", the system folder
-  Text Version;  // dotted numbers: major.minor.build
-  int32_t ServicePackMajorVersion = 0;
-  int32_t ServicePackMinorVersion = 0;
-};
-
-// The record from os-release (product name) and the kernel release (version). Failure 429 when
-// no os-release file exists.
-OperatingSystemRecord queryOperatingSystem();
-
-// The dotted-number start of a kernel release: "6.1.0-13-amd64" gives "6.1.0".
-Text dottedVersion(std::string_view release);
 
 // Total physical memory in bytes, as eight little-endian bytes; nullopt when the query fails.
 std::optional<std::array<uint8_t, 8>> totalPhysicalMemory();
@@ -51,11 +36,10 @@ AdapterIdentifier defaultAdapterIdentifier();
 // The adapter's name from a PCI id database text: "Vendor Device", lspci-style where unknown.
 std::string pciDeviceName(std::string_view database, uint16_t vendor, uint16_t device);
 
-// Test seam: files are read below `root` instead of "/", the kernel release and memory come from
-// here; nullopt restores the real machine.
+// Test seam: files are read below `root` instead of "/" and the memory comes from here (none:
+// the query fails); nullopt restores the real machine.
 struct SystemOverride {
   std::string root;
-  std::string kernelRelease;
   std::optional<uint64_t> totalMemory;
 };
 void overrideSystem(std::optional<SystemOverride> o);
