@@ -17,7 +17,9 @@
 namespace zrk {
 namespace diagnostics {
 
-Text errorLogPath() { return mdlKVN::RootPathFromFolder(platform::libraryFolder()) + u"/ErrorLog.txt"; }
+Text errorLogPath() {
+  return mdlKVN::RootPathFromFolder(platform::libraryFolder()) + u"/ErrorLog.txt";
+}
 
 std::vector<Text> recordLines(const ErrorRecord& r) {
   const Text dashesStart(39, u'-'), dashesEnd(40, u'-');
@@ -57,7 +59,8 @@ void clsKVN::LogError(Text ErrLoc, Text ErrFunc, FailureInfo ErrObj, int32_t Err
       record.systemDump = diagnostics::dumpBlock(u"System Dump:", *names);
     }
     platform::OutputFile out(path, platform::OutputFile::Mode::Append);
-    for (const Text& line : diagnostics::recordLines(record)) out.printLine(line);
+    for (const Text& line : diagnostics::recordLines(record))
+      out.printLine(line);
     out.close();
   });
 }

@@ -25,7 +25,8 @@ bool isLibraryFile(const Text& name) {
 
 Text joinReportFields(const std::array<Text, 15>& fields) {
   Text joined = fields[0];
-  for (size_t i = 1; i < fields.size(); ++i) joined += Text(kReportSeparator) + fields[i];
+  for (size_t i = 1; i < fields.size(); ++i)
+    joined += Text(kReportSeparator) + fields[i];
   return joined;
 }
 
@@ -34,7 +35,8 @@ Text libraryFileList(TextView root) {
   Text list;
   Text rootFolder(root), plugins = Text(root) + u"/Plugins";
   for (const Text& name : fso.GetFolder(rootFolder).FileNames) {
-    if (isLibraryFile(name)) list += u"|" + name + u" " + fso.GetFileVersion(rootFolder + u"/" + name);
+    if (isLibraryFile(name))
+      list += u"|" + name + u" " + fso.GetFileVersion(rootFolder + u"/" + name);
   }
   for (const Text& name : fso.GetFolder(plugins).FileNames) {
     if (isLibraryFile(name)) {
@@ -58,7 +60,9 @@ void waitForAnswer(frmKVL& form) {
   }
 }
 
-Text reportUrl() { return u"http://" + platform::reportEndpointHost() + Text(kReportPath); }
+Text reportUrl() {
+  return u"http://" + platform::reportEndpointHost() + Text(kReportPath);
+}
 
 }  // namespace diagnostics
 

@@ -55,21 +55,24 @@ Text formatTwoDecimals(double value) {
   int keep = exponent + 3;
   std::string hundredths;
   if (keep > 0) {
-    hundredths = keep <= int(digits.size()) ? digits.substr(0, size_t(keep))
-                                            : digits + std::string(size_t(keep) - digits.size(), '0');
+    hundredths = keep <= int(digits.size())
+                     ? digits.substr(0, size_t(keep))
+                     : digits + std::string(size_t(keep) - digits.size(), '0');
   }
   bool roundUp = keep >= 0 && keep < int(digits.size()) && digits[size_t(keep)] >= '5';
   if (hundredths.empty()) hundredths = "0";
   if (roundUp) {
     int i = int(hundredths.size()) - 1;
-    for (; i >= 0 && hundredths[size_t(i)] == '9'; --i) hundredths[size_t(i)] = '0';
+    for (; i >= 0 && hundredths[size_t(i)] == '9'; --i)
+      hundredths[size_t(i)] = '0';
     if (i < 0) {
       hundredths.insert(hundredths.begin(), '1');
     } else {
       ++hundredths[size_t(i)];
     }
   }
-  while (hundredths.size() < 3) hundredths.insert(hundredths.begin(), '0');
+  while (hundredths.size() < 3)
+    hundredths.insert(hundredths.begin(), '0');
   bool zero = hundredths.find_first_not_of('0') == std::string::npos;
   std::string out = (value < 0 && !zero ? "-" : "") + hundredths.substr(0, hundredths.size() - 2) +
                     "." + hundredths.substr(hundredths.size() - 2);
@@ -90,7 +93,8 @@ Text FormatByteSize(const Variant& size) {
 
 uint64_t LargeToCount(const std::array<uint8_t, 8>& raw) {
   uint64_t count = 0;
-  for (int i = 7; i >= 0; --i) count = count << 8 | raw[size_t(i)];
+  for (int i = 7; i >= 0; --i)
+    count = count << 8 | raw[size_t(i)];
   return count;
 }
 
@@ -103,8 +107,8 @@ Text clsKVN::SetUIDStr() {
   stepOver([&] {
     Text key = u"HARDWARE\\DESCRIPTION\\System\\CentralProcessor\\0";
     Text name = u"ProcessorNameString", mhz = u"~MHz";
-    processor = GetRegistryString(key, name).toText() + u", " + GetRegistryString(key, mhz).toText() +
-                u" MHz";
+    processor = GetRegistryString(key, name).toText() + u", " +
+                GetRegistryString(key, mhz).toText() + u" MHz";
   });
   std::array<uint8_t, 8> memory{};
   stepOver([&] {
@@ -132,7 +136,9 @@ Variant clsKVN::GetRegistryString(Text& KeyPath, Text& KeyVal) {
   Variant result;
   platform::HKEY key = 0;
   std::string name = platform::toAnsi(KeyVal);
-  stepOver([&] { platform::RegOpenKeyA(platform::HKEY_LOCAL_MACHINE, platform::toAnsi(KeyPath), &key); });
+  stepOver([&] {
+    platform::RegOpenKeyA(platform::HKEY_LOCAL_MACHINE, platform::toAnsi(KeyPath), &key);
+  });
   if (key == 0) return result;
   uint32_t type = 0, size = 0;
   int32_t status = -1;
@@ -175,7 +181,8 @@ Text clsKVN::GetGPUName() {
     // The two middle numbers widen as signed 16-bit values.
     Text identifier = TwoDigitHex(int32_t(g.Data1)) + u"-" + TwoDigitHex(int16_t(g.Data2)) + u"-" +
                       TwoDigitHex(int16_t(g.Data3)) + u"-";
-    for (uint8_t b : g.Data4) identifier += TwoDigitHex(b);
+    for (uint8_t b : g.Data4)
+      identifier += TwoDigitHex(b);
     return description + u"\r\n" + identifier;
   });
 }

@@ -31,11 +31,14 @@ std::string folded(std::string_view s) {
   return out;
 }
 
-Value textValue(std::string_view utf8) { return {REG_SZ, toAnsi(fromUtf8(utf8)) + '\0'}; }
+Value textValue(std::string_view utf8) {
+  return {REG_SZ, toAnsi(fromUtf8(utf8)) + '\0'};
+}
 
 Value dwordValue(uint32_t v) {
   std::string b(4, '\0');
-  for (int i = 0; i < 4; ++i) b[size_t(i)] = char(v >> (8 * i));
+  for (int i = 0; i < 4; ++i)
+    b[size_t(i)] = char(v >> (8 * i));
   return {REG_DWORD, b};
 }
 

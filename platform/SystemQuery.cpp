@@ -97,12 +97,13 @@ std::optional<std::array<uint8_t, 8>> totalPhysicalMemory() {
     if (!o->totalMemory) return std::nullopt;
     total = *o->totalMemory;
   } else {
-    struct sysinfo info{};
+    struct sysinfo info {};
     if (::sysinfo(&info) != 0) return std::nullopt;
     total = uint64_t(info.totalram) * info.mem_unit;
   }
   std::array<uint8_t, 8> raw;
-  for (int i = 0; i < 8; ++i) raw[size_t(i)] = uint8_t(total >> (8 * i));
+  for (int i = 0; i < 8; ++i)
+    raw[size_t(i)] = uint8_t(total >> (8 * i));
   return raw;
 }
 
@@ -141,7 +142,7 @@ AdapterIdentifier defaultAdapterIdentifier() {
   uint16_t device = uint16_t(hexAttribute(dev->path, "device"));
   auto database = pciDatabase();
   std::string name = toAnsi(fromUtf8(database ? pciDeviceName(*database, vendor, device)
-                                                : "Device " + hex4(vendor) + ":" + hex4(device)));
+                                              : "Device " + hex4(vendor) + ":" + hex4(device)));
   AdapterIdentifier id;
   std::copy_n(name.begin(), std::min(name.size(), id.Description.size() - 1),
               id.Description.begin());
@@ -149,8 +150,13 @@ AdapterIdentifier defaultAdapterIdentifier() {
   id.DeviceIdentifier.Data2 = uint16_t(hexAttribute(dev->path, "subsystem_vendor"));
   id.DeviceIdentifier.Data3 = uint16_t(hexAttribute(dev->path, "subsystem_device"));
   id.DeviceIdentifier.Data4 = {uint8_t(hexAttribute(dev->path, "revision")),
-                               uint8_t(dev->classCode >> 16), uint8_t(dev->classCode >> 8),
-                               uint8_t(dev->classCode), 0, 0, 0, 0};
+                               uint8_t(dev->classCode >> 16),
+                               uint8_t(dev->classCode >> 8),
+                               uint8_t(dev->classCode),
+                               0,
+                               0,
+                               0,
+                               0};
   return id;
 }
 

@@ -152,7 +152,8 @@ void WebTransfer::deliverStateChanges() {
 
 void runPendingEvents() {
   std::vector<WebTransfer*> transfers = tTransfers;
-  for (WebTransfer* t : transfers) t->perform();
+  for (WebTransfer* t : transfers)
+    t->perform();
   for (WebTransfer* t : transfers) {
     // A handler may have released another transfer in the meantime.
     if (std::find(tTransfers.begin(), tTransfers.end(), t) != tTransfers.end()) {
