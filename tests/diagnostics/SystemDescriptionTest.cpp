@@ -6,7 +6,6 @@
 
 #include "core/mdlKVN.h"
 #include "diagnostics/SystemDescription.h"
-#include "platform/Registry.h"
 #include "platform/SystemInfo.h"
 #include "platform/SystemQuery.h"
 #include "support/TestSupport.h"
@@ -200,26 +199,6 @@ TEST_F(SystemTest, RegistryValues) {
   }
 }
 
-TEST_F(SystemTest, RegistryQuerySizes) {
-  platform::HKEY key = 0;
-  ASSERT_EQ(platform::RegOpenKeyA(platform::HKEY_LOCAL_MACHINE,
-                                  "HARDWARE\\DESCRIPTION\\System\\CentralProcessor\\0", &key),
-            platform::ERROR_SUCCESS);
-  uint32_t type = 0, size = 0;
-  EXPECT_EQ(platform::RegQueryValueExA(key, "ProcessorNameString", &type, nullptr, &size), 0);
-  EXPECT_EQ(type, platform::REG_SZ);
-  EXPECT_EQ(size, 22u);  // 21 characters and the NUL
-  uint8_t small[8];
-  size = sizeof small;
-  EXPECT_EQ(platform::RegQueryValueExA(key, "ProcessorNameString", nullptr, small, &size),
-            platform::ERROR_MORE_DATA);
-  EXPECT_EQ(platform::RegCloseKey(key), platform::ERROR_SUCCESS);
-  EXPECT_EQ(platform::RegQueryValueExA(key, "~MHz", &type, nullptr, &size),
-            platform::ERROR_INVALID_HANDLE);
-  EXPECT_EQ(platform::RegOpenKeyA(1, "HARDWARE", &key), platform::ERROR_INVALID_HANDLE);
-  EXPECT_EQ(key, 0u);
-}
-
 TEST(FormatByteSize, Thresholds) {
   struct Case {
     Variant size;
@@ -267,11 +246,6 @@ TEST(LargeToCount, LittleEndianUnsigned) {
   EXPECT_EQ(diagnostics::LargeToCount({0, 0, 0, 0, 4, 0, 0, 0}), 17179869184ull);
   EXPECT_EQ(diagnostics::LargeToCount({0x08, 0x07, 0x06, 0x05, 0x04, 0x03, 0x02, 0x81}),
             0x8102030405060708ull);
-}
-
-TEST_F(SystemTest, UidBeforeAnyDescription) {
-  mdlKVN::state().SystemInfoStr.clear();
-  EXPECT_EQ(kvn->GetUIDStr(), u"[zorv]");
 }
 
 }  // namespace
