@@ -12,36 +12,44 @@ namespace {
 constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr unsigned char kOutside = 64;  // every byte outside the alphabet, "=" among them
 
-constexpr std::array<unsigned char, 256> kDecodeTable = [] {
-  std::array<unsigned char, 256> t{};
-  t.fill(kOutside);
-  for (int i = 0; i < 64; ++i)
-    t[static_cast<unsigned char>(kAlphabet[i])] = static_cast<unsigned char>(i);
+// Every crossing of the code page as one lookup, built once from the codec: a character's byte,
+// a character's value in the alphabet (64 outside it), and a byte's character.
+struct Tables {
+  std::array<unsigned char, 65536> byteOf;
+  std::array<unsigned char, 65536> valueOf;
+  std::array<char16_t, 256> charOf;
+  std::array<char16_t, 64> alphabet;
+
+  Tables() {
+    std::array<unsigned char, 256> valueOfByte;
+    valueOfByte.fill(kOutside);
+    for (int i = 0; i < 64; ++i) {
+      valueOfByte[static_cast<unsigned char>(kAlphabet[i])] = static_cast<unsigned char>(i);
+      alphabet[size_t(i)] = char16_t(kAlphabet[i]);
+    }
+    for (size_t c = 0; c < byteOf.size(); ++c) {
+      byteOf[c] = platform::toAnsiByte(char16_t(c));
+      valueOf[c] = valueOfByte[byteOf[c]];
+    }
+    for (size_t b = 0; b < charOf.size(); ++b)
+      charOf[b] = platform::fromAnsiByte(static_cast<unsigned char>(b));
+  }
+};
+
+const Tables& tables() {
+  static const Tables t;
   return t;
-}();
-
-// One character as its byte; the common characters skip the code-page lookup.
-inline unsigned char byteOf(char16_t c) {
-  return (c < 0x80 || (c >= 0xA0 && c <= 0xFF)) ? static_cast<unsigned char>(c)
-                                                : platform::toAnsiByte(c);
-}
-
-inline char16_t charOf(unsigned char b) {
-  return (b < 0x80 || b >= 0xA0) ? char16_t(b) : platform::fromAnsiByte(b);
-}
-
-inline unsigned d(char16_t c) {
-  return kDecodeTable[byteOf(c)];
 }
 
 // The three bytes of the group at `in`; a first value that does not fit a byte overflows.
-inline void decodeGroup(const char16_t* in, char16_t* out) {
-  unsigned d0 = d(in[0]), d1 = d(in[1]), d2 = d(in[2]), d3 = d(in[3]);
+inline void decodeGroup(const Tables& t, const char16_t* in, char16_t* out) {
+  unsigned d0 = t.valueOf[in[0]], d1 = t.valueOf[in[1]], d2 = t.valueOf[in[2]],
+           d3 = t.valueOf[in[3]];
   unsigned first = (d0 * 4) | (d1 >> 4);
   if (first > 255) throw Failure(err::Overflow);
-  out[0] = charOf(static_cast<unsigned char>(first));
-  out[1] = charOf(static_cast<unsigned char>(((d1 & 15) * 16) | (d2 >> 2)));
-  out[2] = charOf(static_cast<unsigned char>(((d2 & 3) * 64) | d3));
+  out[0] = t.charOf[first];
+  out[1] = t.charOf[((d1 & 15) * 16) | (d2 >> 2)];
+  out[2] = t.charOf[((d2 & 3) * 64) | d3];
 }
 
 }  // namespace
@@ -49,21 +57,24 @@ inline void decodeGroup(const char16_t* in, char16_t* out) {
 Text Base64Encode(TextView bytes) {
   const size_t n = bytes.size();
   if (n == 0) return Text();
+  const Tables& t = tables();
+  const auto& abc = t.alphabet;
   Text out((n + 2) / 3 * 4, u'\0');
   char16_t* o = out.data();
+  const char16_t* in = bytes.data();
   size_t i = 0;
   for (; i + 3 <= n; i += 3, o += 4) {
-    unsigned a = byteOf(bytes[i]), b = byteOf(bytes[i + 1]), c = byteOf(bytes[i + 2]);
-    o[0] = char16_t(kAlphabet[a >> 2]);
-    o[1] = char16_t(kAlphabet[((a & 3) << 4) | (b >> 4)]);
-    o[2] = char16_t(kAlphabet[((b & 15) << 2) | (c >> 6)]);
-    o[3] = char16_t(kAlphabet[c & 63]);
+    unsigned a = t.byteOf[in[i]], b = t.byteOf[in[i + 1]], c = t.byteOf[in[i + 2]];
+    o[0] = abc[a >> 2];
+    o[1] = abc[((a & 3) << 4) | (b >> 4)];
+    o[2] = abc[((b & 15) << 2) | (c >> 6)];
+    o[3] = abc[c & 63];
   }
   if (i < n) {  // the last group, zero-filled, its missing bytes shown as "="
-    unsigned a = byteOf(bytes[i]), b = i + 1 < n ? byteOf(bytes[i + 1]) : 0;
-    o[0] = char16_t(kAlphabet[a >> 2]);
-    o[1] = char16_t(kAlphabet[((a & 3) << 4) | (b >> 4)]);
-    o[2] = i + 1 < n ? char16_t(kAlphabet[(b & 15) << 2]) : u'=';
+    unsigned a = t.byteOf[in[i]], b = i + 1 < n ? t.byteOf[in[i + 1]] : 0;
+    o[0] = abc[a >> 2];
+    o[1] = abc[((a & 3) << 4) | (b >> 4)];
+    o[2] = i + 1 < n ? abc[(b & 15) << 2] : u'=';
     o[3] = u'=';
   }
   return out;
@@ -75,8 +86,10 @@ Text Base64Decode(TextView text) {
   if (n < 4) throw Failure(err::SubscriptOutOfRange);  // the output array cannot be made
   Text out(n / 4 * 3, u'\0');
   size_t i = 0;
-  for (; i + 4 <= n; i += 4)
-    decodeGroup(text.data() + i, out.data() + i / 4 * 3);
+  const Tables& t = tables();
+  for (; i + 4 <= n; i += 4) {
+    decodeGroup(t, text.data() + i, out.data() + i / 4 * 3);
+  }
   // A group of 2 or 3 characters left over runs past the end of both arrays.
   if (i + 2 <= n) throw Failure(err::SubscriptOutOfRange);
   if (text[n - 2] == u'=') {

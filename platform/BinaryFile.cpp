@@ -1,0 +1,56 @@
+// Binary opens over POSIX descriptors, through the path resolver.
+#include "platform/BinaryFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "core/Failure.h"
+#include "platform/Paths.h"
+
+namespace zrk::platform {
+namespace {
+
+int openBinary(TextView path) {
+  if (path.empty()) throw Failure(err::BadFileNameOrNumber);
+  std::string p = nativePath(path);
+  struct stat st;
+  if (::stat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) throw Failure(err::PathFileAccessError);
+  int fd = ::open(p.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  if (fd < 0 && (errno == EACCES || errno == EROFS || errno == EPERM)) {
+    fd = ::open(p.c_str(), O_RDONLY | O_CLOEXEC);
+  }
+  if (fd < 0) throw errno == ENOENT ? Failure(err::PathNotFound) : failureFromErrno(errno);
+  return fd;
+}
+
+}  // namespace
+
+BinaryFile::BinaryFile(TextView path) : handle_(openBinary(path)) {}
+
+void BinaryFile::readAt(int64_t position, std::string& into) {
+  size_t done = 0;
+  while (done < into.size()) {
+    ssize_t n = ::pread(handle_.fd(), into.data() + done, into.size() - done,
+                        off_t(position - 1) + off_t(done));
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) throw failureFromErrno(errno);
+    if (n == 0) break;
+    done += size_t(n);
+  }
+}
+
+void BinaryFile::writeAt(int64_t position, std::string_view bytes) {
+  size_t done = 0;
+  while (done < bytes.size()) {
+    ssize_t n = ::pwrite(handle_.fd(), bytes.data() + done, bytes.size() - done,
+                         off_t(position - 1) + off_t(done));
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) throw failureFromErrno(errno == EBADF ? EACCES : errno);
+    done += size_t(n);
+  }
+}
+
+}  // namespace zrk::platform

@@ -1,0 +1,199 @@
+// The packed form of a text file: size digits, magic "B" + type word, base64 of the zlib stream.
+#include <string>
+
+#include "core/CallTable.h"
+#include "core/MethodFrame.h"
+#include "core/clsKVN.h"
+#include "core/mdlKVN.h"
+#include "platform/BinaryFile.h"
+#include "platform/CodePage.h"
+#include "platform/FileIO.h"
+#include "platform/FileSystemObject.h"
+#include "platform/Paths.h"
+#include "profiles/Base64.h"
+#include "profiles/BiniFormat.h"
+
+namespace zrk {
+namespace {
+
+constexpr int32_t kSizeDigits = 8;
+constexpr size_t kHeaderSize = 12;
+constexpr size_t kLargestSize = 99'999'999;  // the largest count of eight digits
+
+Text typeWordOf(const Text* bType) {
+  return (bType && !bType->empty()) ? *bType : Text(u"ini");
+}
+
+Text upperCase(Text s) {
+  for (char16_t& c : s) {
+    if ((c >= u'a' && c <= u'z') || (c >= 0xE0 && c <= 0xFE && c != 0xF7)) c -= 32;
+  }
+  return s;
+}
+
+Text magicOf(const Text& type) {
+  return u"B" + upperCase(type);
+}
+
+// The other name of the pair; a name without the `from` part would name the same file, so the
+// operation is refused before anything changes.
+Text otherName(const Text& name, const Text& from, const Text& to) {
+  Text out = replaceAll(name, from, to);
+  if (out == name) {
+    throw Failure(err::BadFileNameOrNumber,
+                  defaultDescription(err::BadFileNameOrNumber) + u" [" + name + u"]");
+  }
+  return out;
+}
+
+// The lines of the line reader, each followed by CR LF.
+Text joinLines(const Variant& lines) {
+  const VariantArray& a = lines.array();
+  Text text;
+  for (int32_t i = a.lowerBound; i <= a.upperBound(); ++i) {
+    if (i > a.lowerBound) text += u"\r\n";
+    text += a.at(i).toText();
+  }
+  return text;
+}
+
+// The Size field: the digits' values, units first.
+std::string sizeField(const Text& digits) {
+  std::string field;
+  for (size_t i = digits.size(); i-- > 0;)
+    field += char(digits[i] - u'0');
+  return field;
+}
+
+// The Size field read back: the last byte gives the first digit; a byte above 9 adds digits.
+int32_t sizeFromField(std::string_view field) {
+  Text digits;
+  for (size_t i = field.size(); i-- > 0;)
+    digits += decimal(static_cast<unsigned char>(field[i]));
+  int64_t n = 0;
+  for (char16_t c : digits) {
+    n = n * 10 + (c - u'0');
+    if (n > INT32_MAX) throw Failure(err::Overflow);
+  }
+  return int32_t(n);
+}
+
+}  // namespace
+
+Text ZeroPadLeft(TextView text, int32_t width) {
+  if (width < 0) throw Failure(err::InvalidCall);
+  Text padded(text.size() < size_t(width) ? size_t(width) - text.size() : 0, u'0');
+  padded += text;
+  return padded.substr(0, size_t(width));
+}
+
+Text SizeDigits(size_t length) {
+  if (length > kLargestSize) throw Failure(err::Overflow);
+  return ZeroPadLeft(decimal(int64_t(length)), kSizeDigits);
+}
+
+Text BytesToText(std::string_view bytes) {
+  return platform::fromAnsi(bytes.substr(0, bytes.find('\0')));
+}
+
+void clsKVN::CompressBINI(Text FileName, std::optional<Text> bType) {
+  MethodFrame frame(u"CompressBINI");
+  frame.run([&] {
+    platform::FileSystemObject& fso = mdlKVN::SharedFileSystem();
+    frame.line(1);
+    const Text type = typeWordOf(bType ? &*bType : nullptr);
+    frame.line(2);
+    // Without the plain file there is nothing to pack, and the packed file must stay.
+    if (!fso.FileExists(FileName)) {
+      throw Failure(err::FileNotFound, u"File not found [" + FileName + u"]");
+    }
+    Text text = joinLines(ReadFile(FileName));
+    frame.line(3);
+    Text digits = SizeDigits(text.size());
+    frame.line(4);
+    Text compressed = CompressString(text);
+    frame.line(5);
+    Text packedName = otherName(FileName, u"." + type, u".b" + type);
+    frame.line(6);
+    if (fso.FileExists(packedName)) fso.DeleteFile(packedName, false);
+    frame.line(7);
+    platform::BinaryFile out(packedName);
+    frame.line(8);
+    std::string bytes = sizeField(digits);
+    frame.line(9);
+    bytes += platform::toAnsi(magicOf(type));
+    frame.line(10);
+    bytes += platform::toAnsi(Base64Encode(compressed));
+    out.writeAt(1, bytes);
+    frame.line(11);
+    out.close();
+    frame.line(12);
+    fso.DeleteFile(FileName, false);
+  });
+}
+
+bool clsKVN::IsBINIFile(Text FileName) {
+  return noTrap([&] {
+    platform::BinaryFile file(FileName);
+    std::string magic(4, '\0');
+    file.readAt(9, magic);
+    bool result = BytesToText(magic) == u"BINI";
+    file.close();
+    return result;
+  });
+}
+
+bool clsKVN::DecompressBINI(Text FileName, Text* bType) {
+  bool result = false;
+  MethodFrame frame(u"DecompressBINI");
+  frame.run([&] {
+    platform::FileSystemObject& fso = mdlKVN::SharedFileSystem();
+    frame.line(1);
+    const Text type = typeWordOf(bType);
+    frame.line(2);
+    if (!fso.FileExists(FileName)) return;
+    frame.line(3);
+    int64_t length = fso.GetFile(FileName).Size;
+    if (length < int64_t(kHeaderSize)) throw Failure(err::SubscriptOutOfRange);
+    std::string body(size_t(length) - kHeaderSize + 1, '\0');
+    frame.line(4);
+    platform::BinaryFile in(FileName);
+    frame.line(5);
+    std::string magic(4, '\0');
+    in.readAt(9, magic);
+    if (BytesToText(magic) != magicOf(type)) return;
+    frame.line(6);
+    std::string field(kSizeDigits, '\0');
+    in.readAt(1, field);
+    frame.line(8);
+    in.readAt(13, body);
+    frame.line(9);
+    Text bodyText = BytesToText(body);
+    frame.line(10);
+    in.close();
+    frame.line(11);
+    Text plainName = otherName(FileName, u".b" + type, u"." + type);
+    frame.line(12);
+    Text decoded = Base64Decode(bodyText);
+    int32_t size = sizeFromField(field);
+    frame.line(13);
+    // The plain file is replaced whole and in one step, only once its new content is known, so
+    // a damaged packed file never costs the plain file beside it.
+    std::string text = platform::toAnsi(DecompressString(decoded, size));
+    if (!platform::replaceFileAtomically(platform::nativePath(plainName), text)) {
+      throw Failure(err::PathFileAccessError,
+                    defaultDescription(err::PathFileAccessError) + u" [" + plainName + u"]");
+    }
+    frame.line(14);
+    result = true;
+  });
+  return result;
+}
+
+static const CallRegistrar kBiniCalls{
+    {u"CompressBINI", calls::method<&clsKVN::CompressBINI>},
+    {u"IsBINIFile", calls::method<&clsKVN::IsBINIFile>},
+    {u"DecompressBINI", calls::method<&clsKVN::DecompressBINI>},
+};
+
+}  // namespace zrk

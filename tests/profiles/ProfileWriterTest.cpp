@@ -1,0 +1,215 @@
+// Saving a profile: the keys, the folders, the packed file, and what each failure leaves.
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "profiles/FormObject.h"
+#include "tests/profiles/ProfileTestSupport.h"
+
+namespace zrk::test {
+namespace {
+
+struct Profile {
+  Profile(Text n, Text o = Text()) : name(std::move(n)), old(std::move(o)) {}
+  Text name, old;
+  std::vector<Text> urls{u"http://a/u", u"http://b/u"};
+  int32_t listIndex = 2;
+};
+
+std::shared_ptr<FormObject> formOf(const Profile& p) {
+  auto form = std::make_shared<FormObject>();
+  form->set(u"txtName", u"Text", p.name)
+      .set(u"txtOld", u"Text", p.old)
+      .set(u"txtPath", u"Text", Text(u"C:\\Games\\hl.exe"))
+      .set(u"cboGames", u"Text", Text(u"Half-Life"))
+      .set(u"cboGames", u"ToolTipText", Text(u"hl"))
+      .set(u"txtSrHost", u"Text", Text(u"127.0.0.1"))
+      .set(u"cboLL", u"ListIndex", p.listIndex)
+      .set(u"chkAcs", u"Value", int16_t(1))
+      .set(u"chkAra", u"Value", int16_t(0))
+      .set(u"chkRbm", u"Value", int16_t(2))
+      .set(u"chkAntiStatsPad", u"Value", int16_t(1))
+      .set(u"txtPadtime", u"Text", Text(u"30"))
+      .set(u"txtPadnum", u"Text", Text(u"5"))
+      .set(u"cboStats", u"Text", Text(u"PsychoStats"))
+      .set(u"txtGamePort", u"Text", Text(u"27015"));
+  form->control(u"lstUrls").setList(p.urls);
+  return form;
+}
+
+std::string keysOf(const Profile& p, const std::string& upload = "http://a/u|http://b/u") {
+  return "[" + toUtf8(p.name) + "]\r\npath=C:\\Games\\hl.exe\r\nupload=" + upload +
+         "\r\ngame=hl\r\nhost=127.0.0.1\r\nnll=" + std::to_string(p.listIndex) +
+         "\r\nacs=1\r\nara=0\r\nrbm=2\r\nasp=1\r\napt=30\r\napn=5\r\nsss=PsychoStats\r\nport="
+         "27015\r\n";
+}
+
+class ProfileWriter : public ProfileLibraryTest {
+ protected:
+  void SetUp() override {
+    ProfileLibraryTest::SetUp();
+    makeDir(root / "profiles");
+  }
+  bool save(const Profile& p, const std::string& file = "profiles.bini") {
+    return kvn->writeProfile(*formOf(p), root.text(file), root.text());
+  }
+  // The profiles file as it is at rest: unpacked into a copy, so the packed file stays alone.
+  std::string unpacked() {
+    EXPECT_FALSE(exists(root / "profiles.ini"));
+    writeBytes(root / "copy.bini", readBytes(root / "profiles.bini"));
+    EXPECT_TRUE(kvn->DecompressBINI(root.text("copy.bini")));
+    return readBytes(root / "copy.ini");
+  }
+};
+
+TEST_F(ProfileWriter, FirstProfileEverWithEitherName) {
+  for (const char* file : {"profiles.bini", "profiles.ini"}) {
+    std::remove((root / "profiles.bini").c_str());
+    Profile p{u"Server 1"};
+    EXPECT_TRUE(save(p, file)) << file;
+    EXPECT_EQ(unpacked(), keysOf(p));
+    EXPECT_TRUE(exists(root / "profiles/Server 1/settings"));
+  }
+  EXPECT_EQ(failures(), Failures{});
+}
+
+TEST_F(ProfileWriter, UploadAndListIndexValues) {
+  Profile none{u"A"};
+  none.urls = {};
+  none.listIndex = -1;
+  EXPECT_TRUE(save(none));
+  EXPECT_EQ(unpacked(), keysOf(none, " "));
+}
+
+TEST_F(ProfileWriter, PlainFileWithoutPackedFileEndsPacked) {
+  writeBytes(root / "profiles.ini", "[Old]\r\npath=x\r\n");
+  Profile p{u"New"};
+  EXPECT_TRUE(save(p, "profiles.ini"));
+  EXPECT_EQ(unpacked(), "[Old]\r\npath=x\r\n" + keysOf(p));
+}
+
+// A plain name while only the packed file exists still keeps every stored profile.
+TEST_F(ProfileWriter, PlainNameUnpacksTheStoredFile) {
+  Profile a{u"A"}, b{u"B"};
+  ASSERT_TRUE(save(a));
+  EXPECT_TRUE(save(b, "profiles.ini"));
+  EXPECT_EQ(unpacked(), keysOf(a) + keysOf(b));
+}
+
+TEST_F(ProfileWriter, KeepingTheNameTouchesNoFolder) {
+  writeBytes(root / "profiles.ini", "[Same]\r\nextra=1\r\npath=old\r\n");
+  Profile p{u"Same", u"Same"};
+  EXPECT_FALSE(save(p, "profiles.ini"));  // no folder: false, yet saved and packed
+  EXPECT_FALSE(exists(root / "profiles/Same"));
+  EXPECT_EQ(unpacked(), "[Same]\r\nextra=1\r\npath=C:\\Games\\hl.exe\r\n" +
+                            keysOf(p).substr(keysOf(p).find("upload=")));
+  EXPECT_EQ(failures(), Failures{});
+}
+
+TEST_F(ProfileWriter, NewProfileWithExistingFolders) {
+  makeDir(root / "profiles/Here/settings");
+  writeBytes(root / "profiles/Here/settings/a.cfg", "kept");
+  EXPECT_TRUE(save(Profile{u"Here"}));
+  EXPECT_EQ(readBytes(root / "profiles/Here/settings/a.cfg"), "kept");
+}
+
+TEST_F(ProfileWriter, RenameCarriesFolderAndDropsOldSection) {
+  writeBytes(root / "profiles.ini", "[Keep]\r\npath=k\r\n[Old]\r\npath=o\r\nextra=1\r\n");
+  kvn->CompressBINI(root.text("profiles.ini"));
+  makeDir(root / "profiles/Old/settings");
+  writeBytes(root / "profiles/Old/settings/s.cfg", "old");
+  makeDir(root / "profiles/New");
+  writeBytes(root / "profiles/New/s2.cfg", "merged");
+  Profile p{u"New", u"Old"};
+  EXPECT_TRUE(save(p));
+  EXPECT_EQ(unpacked(), "[Keep]\r\npath=k\r\n" + keysOf(p));
+  EXPECT_FALSE(exists(root / "profiles/Old"));
+  EXPECT_EQ(readBytes(root / "profiles/New/settings/s.cfg"), "old");
+  EXPECT_EQ(readBytes(root / "profiles/New/s2.cfg"), "merged");
+}
+
+// A change of letter case only renames section and folder, and loses nothing.
+TEST_F(ProfileWriter, RenameInLetterCaseOnly) {
+  writeBytes(root / "profiles.ini", "[server]\r\npath=o\r\nextra=1\r\n[Other]\r\npath=x\r\n");
+  kvn->CompressBINI(root.text("profiles.ini"));
+  makeDir(root / "profiles/server/settings");
+  writeBytes(root / "profiles/server/settings/s.cfg", "data");
+  Profile p{u"SERVER", u"server"};
+  EXPECT_TRUE(save(p));
+  EXPECT_EQ(unpacked(), "[Other]\r\npath=x\r\n" + keysOf(p));
+  EXPECT_EQ(readBytes(root / "profiles/SERVER/settings/s.cfg"), "data");
+  EXPECT_FALSE(exists(root / "profiles/server"));
+  EXPECT_FALSE(exists(root / "profiles/SERVER.~rename"));
+  EXPECT_EQ(failures(), Failures{});
+}
+
+TEST_F(ProfileWriter, NameOfNeitherFormIsRefused) {
+  writeBytes(root / "profiles.txt", "[A]\r\npath=a\r\n");
+  EXPECT_FALSE(save(Profile{u"B"}, "profiles.txt"));
+  EXPECT_EQ(readBytes(root / "profiles.txt"), "[A]\r\npath=a\r\n");
+  EXPECT_EQ(failures(), Failures{"writeProfile:52@1"});
+}
+
+// After a failure the packed file is as before, the plain file lies beside it, and the next call
+// starts again from the packed state.
+TEST_F(ProfileWriter, FailuresLeaveThePackedFileAlone) {
+  struct Case {
+    const char* what;
+    std::function<void(FormObject&)> damage;
+    Profile profile;
+    std::string failure;
+  } cases[] = {
+      {"no list",
+       [](FormObject& f) { f.control(u"lstUrls") = FormControl(); },
+       {u"N"},
+       "writeProfile:438@6"},
+      {"no cboLL",
+       [](FormObject& f) { f.control(u"cboLL") = FormControl(); },
+       {u"N"},
+       "writeProfile:438@7"},
+      {"old folder missing", [](FormObject&) {}, {u"N", u"Gone"}, "writeProfile:76@9"},
+      {"profiles folder missing", [](FormObject&) {}, {u"N"}, "writeProfile:76@10"},
+  };
+  const std::string stored = "[Gone]\r\npath=g\r\n[Keep]\r\npath=k\r\n";
+  for (Case& c : cases) {
+    loggedFailures().clear();
+    std::remove((root / "profiles.ini").c_str());
+    writeBytes(root / "profiles.ini", stored);
+    kvn->CompressBINI(root.text("profiles.ini"));
+    const std::string packed = readBytes(root / "profiles.bini");
+    if (std::string(c.what) == "profiles folder missing") {
+      std::filesystem::remove_all(root / "profiles");
+    }
+    auto form = formOf(c.profile);
+    c.damage(*form);
+    EXPECT_FALSE(kvn->writeProfile(*form, root.text("profiles.bini"), root.text())) << c.what;
+    EXPECT_EQ(failures(), Failures{c.failure}) << c.what;
+    EXPECT_EQ(readBytes(root / "profiles.bini"), packed) << c.what;
+    EXPECT_TRUE(exists(root / "profiles.ini")) << c.what;
+
+    makeDir(root / "profiles");
+    Profile next{u"Next"};
+    EXPECT_TRUE(save(next)) << c.what;
+    EXPECT_EQ(unpacked(), stored + keysOf(next)) << c.what;
+  }
+}
+
+// The profile operations answer by name, with any late-bound form.
+TEST_F(ProfileWriter, ReachableByName) {
+  Variant form(std::shared_ptr<Dispatch>(formOf(Profile{u"P"})));
+  Variant packed(root.text("profiles.bini")), plain(root.text("profiles.ini"));
+  auto call = [&](const char16_t* name, std::vector<Variant> args) {
+    return kvn->CallByName(name, args);
+  };
+  EXPECT_TRUE(call(u"WRITEPROFILE", {form, packed, Variant(root.text())}).toBool());
+  EXPECT_TRUE(call(u"isbinifile", {packed}).toBool());
+  EXPECT_TRUE(call(u"DecompressBINI", {packed, Variant(Text())}).toBool());
+  EXPECT_EQ(call(u"validateProfile", {form, plain}).toText(),
+            u"You already have a profile with this name!");
+  EXPECT_FALSE(call(u"CheckAlphaNumeric", {Variant(Text(u"a_b"))}).toBool());
+  call(u"CompressBINI", {plain});
+  EXPECT_FALSE(exists(root / "profiles.ini"));
+}
+
+}  // namespace
+}  // namespace zrk::test
