@@ -24,6 +24,7 @@ constexpr uint32_t kMemoryRights = 0x08 | PROCESS_VM_READ | 0x20;
 
 std::atomic<bool> gDebugPrivilege{false};
 std::atomic<TokenFault> gTokenFault{TokenFault::None};
+std::atomic<bool> gMemoryFileOnly{false};
 
 struct TokenObject : HandleObject {
   explicit TokenObject(uint32_t access) : access(access) {}
@@ -149,7 +150,8 @@ int32_t ReadProcessMemory(HANDLE process, uint64_t address, void* buffer, size_t
   auto p = HandleTable::instance().get<ProcessObject>(process);
   if (!p || !(p->access & PROCESS_VM_READ) || size == 0) return 0;
   size_t got;
-  ssize_t n = readByPages(pid_t(p->pid), address, buffer, size);
+  errno = ENOSYS;
+  ssize_t n = gMemoryFileOnly ? -1 : readByPages(pid_t(p->pid), address, buffer, size);
   if (n >= 0) {
     got = size_t(n);
   } else if (errno == EFAULT) {
@@ -163,6 +165,10 @@ int32_t ReadProcessMemory(HANDLE process, uint64_t address, void* buffer, size_t
 
 void setTokenFault(TokenFault fault) {
   gTokenFault = fault;
+}
+
+void setMemoryFileOnly(bool on) {
+  gMemoryFileOnly = on;
 }
 
 }  // namespace zrk::platform

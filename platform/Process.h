@@ -69,5 +69,7 @@ int32_t ReadProcessMemory(HANDLE process, uint64_t address, void* buffer, size_t
 // Test seams: make the token steps fail as they would on a locked-down machine.
 enum class TokenFault { None, OpenToken, LookupPrivilege };
 void setTokenFault(TokenFault fault);
+// Test seam: memory reads go through the memory file alone, as where the system call is missing.
+void setMemoryFileOnly(bool on);
 
 }  // namespace zrk::platform

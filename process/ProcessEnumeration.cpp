@@ -15,7 +15,6 @@
 #include "platform/ProcessList.h"
 
 namespace zrk {
-namespace process {
 namespace {
 
 using platform::HANDLE;
@@ -80,6 +79,8 @@ size_t lengthOf(const Variant& v) {
 
 }  // namespace
 
+namespace process {
+
 std::vector<uint32_t> runningProcessIds() {
   int32_t cb = 8;
   uint32_t needed = 96;
@@ -99,10 +100,6 @@ void appendToResultList(VariantArray& list, Text name) {
 }
 
 }  // namespace process
-
-namespace {
-using namespace process;
-}  // namespace
 
 bool clsKVN::ProcessRunning(int32_t PROC_ID) {
   bool result = false;
