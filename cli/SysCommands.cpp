@@ -1,0 +1,34 @@
+// sys: the machine description the library keeps for its logs and reports.
+#include "cli/Command.h"
+
+namespace zrk::cli {
+namespace {
+
+int describe(Context& c) {
+  c.kvn.SetUIDStr();
+  printLine(replaceAll(c.kvn.GetUIDStr(), u"\r\n", u"\n"));
+  return 0;
+}
+
+int gpu(Context& c) {
+  printLine(replaceAll(c.kvn.GetGPUName(), u"\r\n", u"\n"));
+  return 0;
+}
+
+int registry(Context& c) {
+  Text key = textArg(c, 0, "KEY"), value = textArg(c, 1, "VALUE");
+  Variant v = c.kvn.GetRegistryString(key, value);
+  if (v.isEmpty()) return 1;
+  printLine(v.toText());
+  return 0;
+}
+
+const CommandRegistrar kSys{
+    {"sys", "describe", "", "print the system description as logs and reports carry it", describe},
+    {"sys", "gpu", "", "print the graphics adapter and its identifier", gpu},
+    {"sys", "registry", "KEY VALUE",
+     "print a value of the machine registry stand-in (exit 1 when absent)", registry},
+};
+
+}  // namespace
+}  // namespace zrk::cli

@@ -1,0 +1,125 @@
+// SendErrorReport: one failure as an HTTP POST to the report endpoint, and the wait for its answer.
+#include "diagnostics/ErrorReport.h"
+
+#include <vector>
+
+#include "core/CallTable.h"
+#include "core/MethodFrame.h"
+#include "core/clsKVN.h"
+#include "core/mdlKVN.h"
+#include "diagnostics/DiagnosticText.h"
+#include "diagnostics/frmKVL.h"
+#include "platform/Clock.h"
+#include "platform/FileSystemObject.h"
+#include "platform/WebTransfer.h"
+
+namespace zrk {
+namespace diagnostics {
+namespace {
+
+bool isLibraryFile(const Text& name) {
+  return name.size() >= 4 && name.compare(name.size() - 4, 4, u".dll") == 0;
+}
+
+}  // namespace
+
+Text joinReportFields(const std::array<Text, 15>& fields) {
+  Text joined = fields[0];
+  for (size_t i = 1; i < fields.size(); ++i)
+    joined += Text(kReportSeparator) + fields[i];
+  return joined;
+}
+
+Text libraryFileList(TextView root) {
+  platform::FileSystemObject& fso = mdlKVN::SharedFileSystem();
+  Text list;
+  Text rootFolder(root), plugins = Text(root) + u"/Plugins";
+  for (const Text& name : fso.GetFolder(rootFolder).FileNames) {
+    if (isLibraryFile(name))
+      list += u"|" + name + u" " + fso.GetFileVersion(rootFolder + u"/" + name);
+  }
+  for (const Text& name : fso.GetFolder(plugins).FileNames) {
+    if (isLibraryFile(name)) {
+      list += u"|/Plugins/" + name + u" " + fso.GetFileVersion(plugins + u"/" + name);
+    }
+  }
+  return list;
+}
+
+void waitForAnswer(frmKVL& form) {
+  int32_t ticks = 0;
+  while (form.inetKVL.StillExecuting()) {
+    platform::sleepMs(kTickMs);
+    if (++ticks >= kWaitTicks) break;
+    platform::processEvents();
+  }
+  while (!form.ResponseRecieved) {
+    platform::sleepMs(kTickMs);
+    if (++ticks >= kWaitTicks) break;
+    platform::processEvents();
+  }
+}
+
+Text reportUrl() {
+  return u"http://" + platform::reportEndpointHost() + Text(kReportPath);
+}
+
+}  // namespace diagnostics
+
+bool clsKVN::SendErrorReport(Variant& RepDat) {
+  bool result = false;
+  MethodFrame frame(u"SendErrorReport");
+  frame.run([&] {
+    try {
+      std::array<Text, 15> f;
+      frame.line(1);
+      std::tm now = platform::localNow();
+      f[0] = diagnostics::dateText(now);
+      f[1] = diagnostics::timeText(now);
+      frame.line(2);
+      const VariantArray& rep = RepDat.array();
+      f[2] = rep.at(2).toText();
+      f[3] = rep.at(3).toText();
+      if (rep.upperBound() > 4) f[4] = rep.at(5).toText();
+      f[5] = rep.at(0).toText();
+      f[6] = rep.at(1).toText();
+      frame.line(3);
+      f[7] = GetUIDStr();
+      f[8] = u"1";
+      f[9] = rep.at(4).toText();
+      frame.line(4);
+      std::vector<Variant> args{Variant(Text())};
+      Variant processes = CallByName(u"GetRunningProcesses", args);
+      f[10] = diagnostics::joinedProcessNames(processes).value_or(Text()) + u"|" +
+              diagnostics::libraryFileList(mdlKVN::state().RootPath);
+      frame.line(5);
+      f[11] = decimal(ProfileCount);
+      f[12] = decimal(ActiveProfiles);
+      f[13] = f[0] + u" " + f[1];
+      frame.line(6);
+      Text record = diagnostics::joinReportFields(f);
+      frame.line(7);
+      diagnostics::frmKVL& form = diagnostics::KVL();
+      form.ResponseRecieved = false;
+      frame.line(8);
+      form.inetKVL.Execute(diagnostics::reportUrl(), u"POST", u"Report=" + record,
+                           diagnostics::kReportHeader);
+      frame.line(9);
+      diagnostics::waitForAnswer(form);
+      frame.line(11);
+      form.inetKVL.Cancel();
+      frame.line(12);
+      result = Variant(form.ResponseResult).toBool();
+    } catch (const Failure& f) {
+      // A component that cannot be made is never reported: the result stays false.
+      if (f.number() != err::CantCreateObject) throw;
+    }
+  });
+  return result;
+}
+
+static const CallRegistrar kErrorReportCalls{
+    {u"SendErrorReport", calls::method<&clsKVN::SendErrorReport>},
+};
+
+}  // namespace zrk

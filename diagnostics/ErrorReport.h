@@ -1,0 +1,35 @@
+// The error report's record, file list and wait, reached by tests directly.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "core/Text.h"
+#include "core/Variant.h"
+
+namespace zrk::diagnostics {
+
+class frmKVL;
+
+inline constexpr TextView kReportSeparator = u"|*|*|";
+inline constexpr TextView kReportPath = u"/zorvdev/ErrorReports.php";
+inline constexpr TextView kReportHeader = u"Content-Type: application/x-www-form-urlencoded";
+// The wait: at most this many ticks, each one sleep of kTickMs.
+inline constexpr int32_t kWaitTicks = 5000;
+inline constexpr uint32_t kTickMs = 10;
+
+// The 15 fields joined by the separator; field 14 stays empty, so the text ends in one.
+Text joinReportFields(const std::array<Text, 15>& fields);
+
+// The library files of `root` and of its "Plugins" folder: "|name version" and
+// "|/Plugins/name version", for names ending in ".dll" exactly.
+Text libraryFileList(TextView root);
+
+// Waits for the answer in two stages sharing one tick count: while the control runs, then until
+// the form has read an answer. Each tick sleeps, and every tick but the last pumps events.
+void waitForAnswer(frmKVL& form);
+
+// "http://" + host + the report path.
+Text reportUrl();
+
+}  // namespace zrk::diagnostics

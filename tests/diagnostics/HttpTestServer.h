@@ -1,0 +1,52 @@
+// A small HTTP server on 127.0.0.1 for the report tests: records each request and answers it as
+// told, or never.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace zrk::test {
+
+struct HttpRequest {
+  std::string requestLine;  // "POST /path HTTP/1.1"
+  std::string headers;      // the header lines, each ending in CR LF
+  std::string body;
+};
+
+class HttpTestServer {
+ public:
+  // Answers every request with the parts as its body: one part with a Content-Length, several
+  // in chunked encoding, each part written separately.
+  explicit HttpTestServer(std::vector<std::string> answerParts);
+  // Reads requests and never answers them.
+  static std::unique_ptr<HttpTestServer> silent();
+  ~HttpTestServer();
+
+  // "127.0.0.1:port".
+  std::string host() const;
+  std::vector<HttpRequest> requests() const;
+
+  // A loopback port on which nothing listens.
+  static int deadPort();
+
+ private:
+  HttpTestServer(std::vector<std::string> parts, bool answer);
+  void serve();
+  void handle(int fd);
+
+  std::vector<std::string> parts_;
+  bool answer_;
+  int listenFd_ = -1;
+  int port_ = 0;
+  std::atomic<bool> stop_{false};
+  mutable std::mutex mutex_;
+  std::vector<HttpRequest> requests_;
+  std::vector<int> held_;  // connections left unanswered
+  std::thread thread_;
+};
+
+}  // namespace zrk::test

@@ -1,0 +1,252 @@
+// The machine description over a fixture machine: fields, failed stages, registry, adapter, sizes.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+
+#include "core/mdlKVN.h"
+#include "diagnostics/SystemDescription.h"
+#include "platform/SystemInfo.h"
+#include "platform/SystemQuery.h"
+#include "support/TestSupport.h"
+
+namespace zrk::test {
+namespace {
+
+const char* kCpuInfo =
+    "processor\t: 0\n"
+    "vendor_id\t: FixtureVendor\n"
+    "model name\t: Fixture CPU @ 3.00GHz\n"
+    "cpu MHz\t\t: 2999.600\n"
+    "\n"
+    "processor\t: 1\n"
+    "model name\t: Second \xc3\xa9 CPU\n"
+    "cpu MHz\t\t: 4294967295.000\n";
+
+const char* kPciIds =
+    "# fixture\n"
+    "0abc  Acme Graphics\n"
+    "\t0001  Acme Vision 1\n"
+    "10de  NVIDIA Corporation\n"
+    "\t2204  GA102 [GeForce RTX 3090]\n"
+    "\t\t1043 87b5  ROG Strix\n"
+    "\t2206  Other\n"
+    "C 03  Display controller\n"
+    "\t00  VGA compatible controller\n";
+
+const Text kNvidia =
+    u"NVIDIA Corporation GA102 [GeForce RTX 3090]\r\n10DE2204-1043-FFFF87B5-A103020000000000";
+
+class SystemTest : public LibraryTest {
+ protected:
+  void SetUp() override {
+    LibraryTest::SetUp();
+    writeBytes(sys / "os-release", "NAME=Testix\nPRETTY_NAME=\"  Testix 3  \"\nID=testix\n");
+    makeDir(sys / "proc");
+    writeBytes(sys / "proc/cpuinfo", kCpuInfo);
+    device("0000:00:01.0", {{"class", "0x060000"}, {"vendor", "0x8086"}});
+    device("0000:00:02.0", {{"class", "0x030000"},
+                            {"vendor", "0x0abc"},
+                            {"device", "0x0001"},
+                            {"subsystem_vendor", "0x8086"},
+                            {"subsystem_device", "0x1234"},
+                            {"revision", "0x05"},
+                            {"boot_vga", "0"}});
+    device("0000:00:03.0", {{"class", "0x030200"},
+                            {"vendor", "0x10de"},
+                            {"device", "0x2204"},
+                            {"subsystem_vendor", "0x1043"},
+                            {"subsystem_device", "0x87b5"},
+                            {"revision", "0xa1"},
+                            {"boot_vga", "1"}});
+    makeDir(sys / "usr/share/misc");
+    writeBytes(sys / "usr/share/misc/pci.ids", kPciIds);
+    platform::setOsReleaseFile(sys / "os-release");
+    platform::setKernelReleaseOverride("5.10.0-21-amd64");
+    override.root = sys.path();
+    override.totalMemory = 17179869184ull;
+    platform::overrideSystem(override);
+  }
+  void TearDown() override {
+    platform::overrideSystem(std::nullopt);
+    platform::setOsReleaseFile(std::nullopt);
+    platform::setKernelReleaseOverride(std::nullopt);
+    LibraryTest::TearDown();
+  }
+
+  void device(const std::string& name, std::vector<std::pair<std::string, std::string>> files) {
+    std::string dir = sys / ("sys/bus/pci/devices/" + name);
+    makeDir(dir);
+    for (const auto& [file, value] : files)
+      writeBytes(dir + "/" + file, value + "\n");
+  }
+
+  Text description() {
+    EXPECT_EQ(kvn->SetUIDStr(), u"");
+    return mdlKVN::state().SystemInfoStr;
+  }
+
+  Variant registry(Text key, Text value) { return kvn->GetRegistryString(key, value); }
+
+  TempDir sys;
+  platform::SystemOverride override;
+};
+
+TEST_F(SystemTest, DescriptionHoldsSevenFields) {
+  EXPECT_EQ(description(),
+            u"Testix 3[zorv]5.10[zorv]0[zorv]0.0[zorv]Fixture CPU @ 3.00GHz, 3000 MHz[zorv]16.00 GB"
+            u"[zorv]" +
+                kNvidia);
+  EXPECT_EQ(kvn->GetUIDStr(), mdlKVN::state().SystemInfoStr + u"[zorv]");  // no DirectX key
+}
+
+TEST_F(SystemTest, FailedStagesLeaveTheRest) {
+  const Text rest = u"[zorv]Fixture CPU @ 3.00GHz, 3000 MHz[zorv]16.00 GB[zorv]" + kNvidia;
+  struct Case {
+    const char* name;
+    std::function<void()> change;
+    Text expected;
+  } cases[] = {
+      {"no os-release", [&] { platform::setOsReleaseFile(sys / "missing"); }, rest},
+      {"two-part version", [&] { platform::setKernelReleaseOverride("6.1-rc1"); },
+       u"Testix 3" + rest},
+      {"no cpuinfo", [&] { std::remove((sys / "proc/cpuinfo").c_str()); },
+       u"Testix 3[zorv]5.10[zorv]0[zorv]0.0[zorv],  MHz[zorv]16.00 GB[zorv]" + kNvidia},
+      {"memory query fails",
+       [&] {
+         override.totalMemory.reset();
+         platform::overrideSystem(override);
+       },
+       u"Testix 3[zorv]5.10[zorv]0[zorv]0.0[zorv]Fixture CPU @ 3.00GHz, 3000 MHz[zorv]0 "
+       u"Bytes[zorv]" +
+           kNvidia},
+      {"no display device",
+       [&] {
+         std::filesystem::remove_all(sys / "sys/bus/pci/devices/0000:00:02.0");
+         std::filesystem::remove_all(sys / "sys/bus/pci/devices/0000:00:03.0");
+       },
+       u"Testix 3[zorv]5.10[zorv]0[zorv]0.0"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    TearDown();
+    SetUp();
+    c.change();
+    EXPECT_EQ(description(), c.expected);
+  }
+}
+
+TEST_F(SystemTest, GpuNameAndIdentifier) {
+  EXPECT_EQ(kvn->GetGPUName(), kNvidia);
+  writeBytes(sys / "sys/bus/pci/devices/0000:00:03.0/boot_vga", "0\n");
+  // The first display device; the identifier's first number loses its leading zero.
+  EXPECT_EQ(kvn->GetGPUName(),
+            u"Acme Graphics Acme Vision 1\r\nABC0001-FFFF8086-1234-0503000000000000");
+  std::remove((sys / "usr/share/misc/pci.ids").c_str());
+  EXPECT_EQ(kvn->GetGPUName().substr(0, 19), u"Device 0abc:0001\r\nA");
+  std::filesystem::remove_all(sys / "sys/bus/pci/devices");
+  try {
+    kvn->GetGPUName();
+    FAIL() << "no adapter must fail";
+  } catch (const Failure& f) {
+    EXPECT_EQ(f.number(), err::CantCreateObject);
+  }
+}
+
+TEST(PciDatabase, NamesAsListed) {
+  struct Case {
+    uint16_t vendor, device;
+    const char* name;
+  } cases[] = {
+      {0x10de, 0x2204, "NVIDIA Corporation GA102 [GeForce RTX 3090]"},
+      {0x10de, 0x2206, "NVIDIA Corporation Other"},
+      {0x10de, 0x87b5, "NVIDIA Corporation Device 87b5"},  // a subsystem line is no device
+      {0x0abc, 0x0002, "Acme Graphics Device 0002"},
+      {0x0003, 0x0000, "Device 0003:0000"},  // class lines are no vendors
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(platform::pciDeviceName(kPciIds, c.vendor, c.device), c.name);
+}
+
+TEST_F(SystemTest, RegistryValues) {
+  const Text cpu0 = u"HARDWARE\\DESCRIPTION\\System\\CentralProcessor\\0";
+  const Text cpu1 = u"hardware\\description\\system\\centralprocessor\\1";
+  struct Case {
+    Text key, value;
+    std::optional<Text> expected;  // nullopt: the empty Variant
+  } cases[] = {
+      {cpu0, u"ProcessorNameString", u"Fixture CPU @ 3.00GHz"},
+      {cpu0, u"~MHz", u"3000"},
+      {cpu0, u"VendorIdentifier", u"FixtureVendor"},
+      {cpu1, u"processornamestring", u"Second \u00e9 CPU"},
+      {cpu1, u"~MHz", u"-1"},  // 4294967295 as a signed 32-bit number
+      {cpu1, u"VendorIdentifier", std::nullopt},
+      {u"HARDWARE\\DESCRIPTION\\System\\CentralProcessor\\2", u"~MHz", std::nullopt},
+      {u"SOFTWARE\\Microsoft\\DirectX", u"Version", std::nullopt},
+      {u"", u"", std::nullopt},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(toUtf8(c.key + u" " + c.value));
+    Text key = c.key, value = c.value;
+    Variant v = kvn->GetRegistryString(key, value);
+    if (c.expected) {
+      EXPECT_EQ(v, Variant(*c.expected));
+    } else {
+      EXPECT_TRUE(v.isEmpty());
+    }
+    EXPECT_EQ(key, c.key);
+    EXPECT_EQ(value, c.value);
+  }
+}
+
+TEST(FormatByteSize, Thresholds) {
+  struct Case {
+    Variant size;
+    const char16_t* text;
+  } cases[] = {
+      {Variant(0.0), u"0 Bytes"},
+      {Variant(1023.9), u"1023 Bytes"},
+      {Variant(int32_t(1024)), u"1.00 KB"},
+      {Variant(1152.0), u"1.13 KB"},  // 1.125: half away from zero
+      {Variant(1048575.0), u"1024.00 KB"},
+      {Variant(int32_t(1048576)), u"1.00 MB"},
+      {Variant(1572864.0), u"1.50 MB"},
+      {Variant(Text(u"1073741824")), u"1.00 GB"},
+      {Variant(Text(u"17179869184")), u"16.00 GB"},
+      {Variant(Text(u"1099511627776")), u"1024.00 GB"},
+      {Variant(Text(u"")), u"0 Bytes"},
+      {Variant(Text(u"lots")), u"0 Bytes"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(toUtf8(c.text));
+    EXPECT_EQ(diagnostics::FormatByteSize(c.size), c.text);
+  }
+}
+
+TEST(FormatByteSize, TwoDecimalsRoundOnTheDecimalForm) {
+  struct Case {
+    double value;
+    const char* text;
+  } cases[] = {
+      {0, "0.00"},
+      {0.004, "0.00"},
+      {0.005, "0.01"},
+      {1.005, "1.01"},
+      {2.675, "2.68"},
+      {9.995, "10.00"},
+      {99.999, "100.00"},
+      {123456.789, "123456.79"},
+      {1e15 + 0.125, "1000000000000000.00"},  // beyond 15 digits
+  };
+  for (const auto& c : cases)
+    EXPECT_EQ(toUtf8(diagnostics::formatTwoDecimals(c.value)), c.text);
+}
+
+TEST(LargeToCount, LittleEndianUnsigned) {
+  EXPECT_EQ(diagnostics::LargeToCount({0, 0, 0, 0, 4, 0, 0, 0}), 17179869184ull);
+  EXPECT_EQ(diagnostics::LargeToCount({0x08, 0x07, 0x06, 0x05, 0x04, 0x03, 0x02, 0x81}),
+            0x8102030405060708ull);
+}
+
+}  // namespace
+}  // namespace zrk::test
