@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 #include <string>
 
@@ -22,7 +23,12 @@ Text withLineEnds(const std::string& s) {
 
 int msgbox(Context& c) {
   Text text = withLineEnds(arg(c, 0, "TEXT"));
-  int32_t buttons = c.args.size() > 1 ? std::stoi(c.args[1]) : 0;
+  int32_t buttons = 0;
+  if (c.args.size() > 1) {
+    char* end = nullptr;
+    buttons = int32_t(std::strtol(c.args[1].c_str(), &end, 10));
+    if (c.args[1].empty() || *end) throw UsageError{"BUTTONS is a number: " + c.args[1]};
+  }
   Text title = c.args.size() > 2 ? fromUtf8(c.args[2]) : Text(u"zrkkvl");
   int32_t answer = mdlKVN::ShowMessageBox(text, buttons, title);
   std::printf("%s %d\n", platform::answerName(answer), answer);

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <string_view>
 
@@ -38,7 +39,22 @@ struct Child {
   int output = -1;
 };
 
-Child spawn(const std::vector<std::string>& args, bool feed, bool capture) {
+// The environment with `overrides` ("NAME=value") put in place of their names.
+std::vector<std::string> environment(const std::vector<std::string>& overrides) {
+  std::vector<std::string> env(overrides);
+  for (char** e = environ; *e; ++e) {
+    std::string_view entry(*e);
+    bool replaced = false;
+    for (const auto& o : overrides) {
+      replaced |= entry.substr(0, entry.find('=') + 1) == o.substr(0, o.find('=') + 1);
+    }
+    if (!replaced) env.emplace_back(entry);
+  }
+  return env;
+}
+
+Child spawn(const std::vector<std::string>& args, bool feed, bool capture,
+            const std::vector<std::string>& overrides = {}) {
   Child child;
   int in[2] = {-1, -1}, out[2] = {-1, -1};
   if (feed && ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, in) != 0) return child;
@@ -59,12 +75,18 @@ Child spawn(const std::vector<std::string>& args, bool feed, bool capture) {
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
   }
   posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-  std::vector<char*> argv;
-  for (const auto& a : args)
-    argv.push_back(const_cast<char*>(a.c_str()));
-  argv.push_back(nullptr);
+  auto pointers = [](const std::vector<std::string>& strings) {
+    std::vector<char*> p;
+    for (const auto& s : strings)
+      p.push_back(const_cast<char*>(s.c_str()));
+    p.push_back(nullptr);
+    return p;
+  };
+  std::vector<char*> argv = pointers(args);
+  std::vector<std::string> env = environment(overrides);
+  std::vector<char*> envp = pointers(env);
   pid_t pid = -1;
-  int rc = ::posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+  int rc = ::posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), envp.data());
   posix_spawn_file_actions_destroy(&actions);
   if (feed) ::close(in[0]);
   if (capture) ::close(out[1]);
@@ -138,6 +160,47 @@ int32_t pixels(int32_t twips) {
   return twips / kTwipsPerPixel;
 }
 
+std::string cssColour(uint32_t rgb) {
+  char buf[8];
+  std::snprintf(buf, sizeof buf, "#%06X", unsigned(rgb & 0xFFFFFF));
+  return buf;
+}
+
+// A throwaway configuration folder whose GTK style sheet gives one window the form's colours;
+// the window's process gets it as XDG_CONFIG_HOME. Removed with the object.
+class StyleFolder {
+ public:
+  explicit StyleFolder(const FormLayout& layout) {
+    const char* tmp = std::getenv("TMPDIR");
+    std::string tmpl = std::string(tmp && *tmp ? tmp : "/tmp") + "/zrkkvl-style-XXXXXX";
+    if (!::mkdtemp(tmpl.data())) return;
+    dir_ = tmpl;
+    ::mkdir((dir_ + "/gtk-3.0").c_str(), 0700);
+    std::string css = "window, dialog { background-color: " + cssColour(layout.backColour) +
+                      "; color: " + cssColour(layout.foreColour) + "; }\n";
+    if (FILE* f = std::fopen((dir_ + "/gtk-3.0/gtk.css").c_str(), "w")) {
+      std::fputs(css.c_str(), f);
+      std::fclose(f);
+    }
+  }
+  ~StyleFolder() {
+    if (dir_.empty()) return;
+    ::unlink((dir_ + "/gtk-3.0/gtk.css").c_str());
+    ::rmdir((dir_ + "/gtk-3.0").c_str());
+    ::rmdir(dir_.c_str());
+  }
+  StyleFolder(const StyleFolder&) = delete;
+  StyleFolder& operator=(const StyleFolder&) = delete;
+
+  std::vector<std::string> environment() const {
+    if (dir_.empty()) return {};
+    return {"XDG_CONFIG_HOME=" + dir_};
+  }
+
+ private:
+  std::string dir_;
+};
+
 // A form shown by a zenity text window that reads its text from a socket: text added to the
 // end goes down the socket, other text starts the window anew in the same place.
 class DesktopWindow : public TextWindow {
@@ -162,16 +225,18 @@ class DesktopWindow : public TextWindow {
     if (::waitpid(child_.pid, &status, WNOHANG) == 0) return true;
     child_.pid = -1;
     ::close(child_.input);
+    style_.reset();
     return false;
   }
 
  private:
   void launch(TextView text) {
+    style_ = std::make_unique<StyleFolder>(layout_);
     child_ = spawn({"zenity", "--text-info", "--title=" + toUtf8(layout_.caption),
                     "--width=" + std::to_string(pixels(layout_.clientWidth)),
                     "--height=" + std::to_string(pixels(layout_.clientHeight)),
                     "--font=" + toUtf8(layout_.fontName) + " " + fontSize(), "--ok-label=Close"},
-                   true, false);
+                   true, false, style_->environment());
     text_ = Text(text);
     if (child_.pid < 0) return;
     sendAll(child_.input, displayText(text));
@@ -199,9 +264,11 @@ class DesktopWindow : public TextWindow {
     waitFor(child_.pid);
     child_.pid = -1;
     ::close(child_.input);
+    style_.reset();
   }
 
   FormLayout layout_;
+  std::unique_ptr<StyleFolder> style_;
   Child child_;
   Text text_;
 };

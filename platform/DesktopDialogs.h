@@ -2,6 +2,7 @@
 // help opened with the desktop's viewer (xdg-open).
 #pragma once
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -26,7 +27,7 @@ class DesktopDialogs : public DialogBackend {
   void showHelp(TextView file, TextView topic) override;
 
  private:
-  int32_t screenWidth_ = 0;  // 0 until measured
+  std::atomic<int32_t> screenWidth_ = 0;  // 0 until measured
 };
 
 // The zenity arguments for a message box: title, text, one button per answer, the icon.
