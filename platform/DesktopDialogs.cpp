@@ -53,8 +53,13 @@ std::vector<std::string> environment(const std::vector<std::string>& overrides) 
   return env;
 }
 
-Child spawn(const std::vector<std::string>& args, bool feed, bool capture,
+// What a child's output streams go to: nowhere, or standard output (with or without standard
+// error) into one pipe.
+enum class Capture { None, Output, OutputAndErrors };
+
+Child spawn(const std::vector<std::string>& args, bool feed, Capture what,
             const std::vector<std::string>& overrides = {}) {
+  bool capture = what != Capture::None;
   Child child;
   int in[2] = {-1, -1}, out[2] = {-1, -1};
   if (feed && ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, in) != 0) return child;
@@ -74,7 +79,11 @@ Child spawn(const std::vector<std::string>& args, bool feed, bool capture,
   } else {
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
   }
-  posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+  if (what == Capture::OutputAndErrors) {
+    posix_spawn_file_actions_adddup2(&actions, out[1], STDERR_FILENO);
+  } else {
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+  }
   auto pointers = [](const std::vector<std::string>& strings) {
     std::vector<char*> p;
     for (const auto& s : strings)
@@ -123,9 +132,12 @@ std::string readAll(int fd) {
 }
 
 // Runs a program to its end; gives its exit status (-1 when it could not run) and what it
-// printed.
-int run(const std::vector<std::string>& args, std::string* printed) {
-  Child child = spawn(args, false, printed != nullptr);
+// printed, its errors too when asked.
+int run(const std::vector<std::string>& args, std::string* printed, bool withErrors = false) {
+  Child child = spawn(args, false,
+                      !printed     ? Capture::None
+                      : withErrors ? Capture::OutputAndErrors
+                                   : Capture::Output);
   if (child.pid < 0) return -1;
   if (printed) {
     *printed = readAll(child.output);
@@ -236,7 +248,7 @@ class DesktopWindow : public TextWindow {
                     "--width=" + std::to_string(pixels(layout_.clientWidth)),
                     "--height=" + std::to_string(pixels(layout_.clientHeight)),
                     "--font=" + toUtf8(layout_.fontName) + " " + fontSize(), "--ok-label=Close"},
-                   true, false, style_->environment());
+                   true, Capture::None, style_->environment());
     text_ = Text(text);
     if (child_.pid < 0) return;
     sendAll(child_.input, displayText(text));
@@ -312,9 +324,13 @@ std::vector<std::string> messageBoxArguments(TextView text, int32_t buttons, Tex
 
 int32_t messageBoxAnswer(int32_t buttons, const std::string& printed) {
   std::vector<int32_t> answers = buttonsOf(buttons);
-  std::string label = printed.substr(0, printed.find('\n'));
-  for (int32_t a : answers) {
-    if (label == answerName(a)) return a;
+  for (std::string_view rest = printed; !rest.empty();) {
+    size_t end = rest.find('\n');
+    std::string_view line = rest.substr(0, end);
+    for (int32_t a : answers) {
+      if (line == answerName(a)) return a;
+    }
+    rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
   }
   // Closed without a button: Cancel where it is offered, else the last answer.
   for (int32_t a : answers) {
@@ -325,10 +341,12 @@ int32_t messageBoxAnswer(int32_t buttons, const std::string& printed) {
 
 int32_t DesktopDialogs::messageBox(TextView text, int32_t buttons, TextView title) {
   std::string printed;
-  int status = run(messageBoxArguments(text, buttons, title), &printed);
-  // zenity ends with 1 after a button of its own or a close; anything else means it could not
-  // show the dialog.
-  if (status != 0 && status != 1) return TerminalDialogs().messageBox(text, buttons, title);
+  int status = run(messageBoxArguments(text, buttons, title), &printed, true);
+  // zenity ends with 1 after a button of its own or a close. Any other status, or a display it
+  // could not open, means that it showed nothing.
+  bool shown =
+      (status == 0 || status == 1) && printed.find("cannot open display") == std::string::npos;
+  if (!shown) return TerminalDialogs().messageBox(text, buttons, title);
   return messageBoxAnswer(buttons, printed);
 }
 

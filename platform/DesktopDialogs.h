@@ -32,8 +32,8 @@ class DesktopDialogs : public DialogBackend {
 
 // The zenity arguments for a message box: title, text, one button per answer, the icon.
 std::vector<std::string> messageBoxArguments(TextView text, int32_t buttons, TextView title);
-// The answer by what a zenity message dialog printed: the label of the button pressed, or
-// nothing when the window was closed.
+// The answer by what a zenity message dialog printed: a line with the label of the button
+// pressed, or none when the window was closed.
 int32_t messageBoxAnswer(int32_t buttons, const std::string& printed);
 // The file to open for a help topic: the page inside a help folder when it exists, else the file;
 // empty when the file is missing.

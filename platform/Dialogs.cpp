@@ -1,4 +1,5 @@
-// Dialog backends: scripted for tests and headless hosts, terminal for the command line.
+// Dialog backends: scripted for tests and headless hosts, terminal for the command line, and the
+// choice of the default one.
 #include "platform/Dialogs.h"
 
 #include "platform/DesktopDialogs.h"
