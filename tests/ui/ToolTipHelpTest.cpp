@@ -69,6 +69,20 @@ TEST_F(ToolTipTest, EachCallMakesOneTipWindowOwnedByTheForm) {
   platform::DestroyWindow(9003);
 }
 
+TEST_F(ToolTipTest, AnswersByName) {
+  std::vector<Variant> args{Variant(int32_t(7)), Variant(int32_t(8)), Variant(int32_t(9)),
+                            Variant(Text(u"by name"))};
+  kvn->CallByName(u"createTOOLTIP", args);
+  auto tips = dialogs->toolTips();
+  ASSERT_EQ(tips.size(), 1u);
+  EXPECT_EQ(tips[0].owner, 7);
+  EXPECT_EQ(tips[0].instance, 8);
+  ASSERT_EQ(tips[0].tools.size(), 1u);
+  EXPECT_EQ(tips[0].tools[0].id, 9);
+  EXPECT_EQ(tips[0].tools[0].text, u"by name");
+  platform::DestroyWindow(7);
+}
+
 TEST(ToolTipWindows, MessagesOnTheWindow) {
   int32_t tip = platform::CreateWindowExA(0, platform::kToolTipClass, nullptr, 1, 0, 0, 0, 0, 5, 0,
                                           6, nullptr);
