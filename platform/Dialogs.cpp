@@ -1,5 +1,8 @@
-// Dialog backends: scripted for tests and headless hosts, terminal for the command line.
+// Dialog backends: scripted for tests and headless hosts, terminal for the command line, and the
+// choice of the default one.
 #include "platform/Dialogs.h"
+
+#include "platform/DesktopDialogs.h"
 
 #include <unistd.h>
 
@@ -48,6 +51,51 @@ const char* answerName(int32_t a) {
   }
 }
 
+namespace {
+
+// A form nobody sees: it keeps its text and stays open.
+class KeptWindow : public TextWindow {
+ public:
+  void setText(TextView) override {}
+  bool isOpen() override { return true; }
+};
+
+}  // namespace
+
+std::shared_ptr<TextWindow> DialogBackend::showTextWindow(const FormLayout&, TextView) {
+  return std::make_shared<KeptWindow>();
+}
+
+void DialogBackend::toolTipChanged(const ToolTipWindow&) {}
+
+void DialogBackend::showHelp(TextView, TextView) {}
+
+// The record of one scripted form; it has its own lock, since the form may outlive the backend.
+class ScriptedDialogs::ScriptedWindow : public TextWindow {
+ public:
+  explicit ScriptedWindow(Window w) : w_(std::move(w)) {}
+  void setText(TextView text) override {
+    std::lock_guard lock(mutex_);
+    w_.text = Text(text);
+  }
+  bool isOpen() override {
+    std::lock_guard lock(mutex_);
+    return w_.open;
+  }
+  void close() {
+    std::lock_guard lock(mutex_);
+    w_.open = false;
+  }
+  Window snapshot() const {
+    std::lock_guard lock(mutex_);
+    return w_;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  Window w_;
+};
+
 void ScriptedDialogs::answer(int32_t a) {
   std::lock_guard lock(mutex_);
   answers_.push_back(a);
@@ -65,6 +113,63 @@ int32_t ScriptedDialogs::messageBox(TextView text, int32_t buttons, TextView tit
   int32_t a = answers_.front();
   answers_.pop_front();
   return a;
+}
+
+void ScriptedDialogs::setScreenWidthTwips(int32_t twips) {
+  std::lock_guard lock(mutex_);
+  screenWidth_ = twips;
+}
+
+int32_t ScriptedDialogs::screenWidthTwips() {
+  std::lock_guard lock(mutex_);
+  return screenWidth_;
+}
+
+std::shared_ptr<TextWindow> ScriptedDialogs::showTextWindow(const FormLayout& layout,
+                                                            TextView text) {
+  auto window = std::make_shared<ScriptedWindow>(Window{layout, Text(text), true});
+  std::lock_guard lock(mutex_);
+  windows_.push_back(window);
+  return window;
+}
+
+std::vector<ScriptedDialogs::Window> ScriptedDialogs::windows() const {
+  std::lock_guard lock(mutex_);
+  std::vector<Window> all;
+  for (const auto& w : windows_)
+    all.push_back(w->snapshot());
+  return all;
+}
+
+void ScriptedDialogs::closeWindow(size_t index) {
+  std::lock_guard lock(mutex_);
+  windows_.at(index)->close();
+}
+
+void ScriptedDialogs::toolTipChanged(const ToolTipWindow& tip) {
+  std::lock_guard lock(mutex_);
+  for (auto& t : toolTips_) {
+    if (t.handle == tip.handle) {
+      t = tip;
+      return;
+    }
+  }
+  toolTips_.push_back(tip);
+}
+
+std::vector<ToolTipWindow> ScriptedDialogs::toolTips() const {
+  std::lock_guard lock(mutex_);
+  return toolTips_;
+}
+
+void ScriptedDialogs::showHelp(TextView file, TextView topic) {
+  std::lock_guard lock(mutex_);
+  help_.push_back({Text(file), Text(topic)});
+}
+
+std::vector<ScriptedDialogs::Help> ScriptedDialogs::helpShown() const {
+  std::lock_guard lock(mutex_);
+  return help_;
 }
 
 int32_t TerminalDialogs::messageBox(TextView text, int32_t buttons, TextView title) {
@@ -91,13 +196,52 @@ int32_t TerminalDialogs::messageBox(TextView text, int32_t buttons, TextView tit
 }
 
 namespace {
+
+// A form on the terminal: printed when shown, and each addition to its text printed after.
+class TerminalWindow : public TextWindow {
+ public:
+  explicit TerminalWindow(Text text) : text_(std::move(text)) { print(text_); }
+  void setText(TextView text) override {
+    bool grows = text.size() >= text_.size() && text.substr(0, text_.size()) == text_;
+    print(grows ? text.substr(text_.size()) : text);
+    text_ = Text(text);
+  }
+  bool isOpen() override { return true; }
+
+ private:
+  static void print(TextView text) {
+    std::fprintf(stderr, "%s", toUtf8(replaceAll(text, u"\r\n", u"\n")).c_str());
+    std::fflush(stderr);
+  }
+  Text text_;
+};
+
+}  // namespace
+
+std::shared_ptr<TextWindow> TerminalDialogs::showTextWindow(const FormLayout& layout,
+                                                            TextView text) {
+  std::fprintf(stderr, "[%s]\n", toUtf8(layout.caption).c_str());
+  return std::make_shared<TerminalWindow>(Text(text));
+}
+
+void TerminalDialogs::showHelp(TextView file, TextView topic) {
+  std::fprintf(stderr, "[help] %s :: %s\n", toUtf8(file).c_str(), toUtf8(topic).c_str());
+}
+
+namespace {
 std::mutex gBackendMutex;
 std::shared_ptr<DialogBackend> gBackend;
 }  // namespace
 
 std::shared_ptr<DialogBackend> dialogBackend() {
   std::lock_guard lock(gBackendMutex);
-  if (!gBackend) gBackend = std::make_shared<TerminalDialogs>();
+  if (!gBackend) {
+    if (DesktopDialogs::available()) {
+      gBackend = std::make_shared<DesktopDialogs>();
+    } else {
+      gBackend = std::make_shared<TerminalDialogs>();
+    }
+  }
   return gBackend;
 }
 
