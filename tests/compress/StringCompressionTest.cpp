@@ -7,13 +7,6 @@
 namespace zrk::test {
 namespace {
 
-Text bytes(std::string_view b) {
-  return platform::fromAnsi(b);
-}
-std::string ansi(const Text& t) {
-  return platform::toAnsi(t);
-}
-
 class StringCompression : public LibraryTest {};
 
 TEST_F(StringCompression, KnownStreams) {

@@ -6,15 +6,6 @@ namespace {
 
 class CallByName : public LibraryTest {};
 
-int32_t failureOf(auto&& f) {
-  try {
-    f();
-  } catch (const Failure& e) {
-    return e.number();
-  }
-  return 0;
-}
-
 TEST_F(CallByName, NamesMatchWithoutCaseAndArgumentsConvert) {
   std::vector<Variant> args{Variant(int32_t(42))};
   EXPECT_EQ(kvn->CallByName(u"DLLVERSION", args), Variant(Text(u"1.4.1")));

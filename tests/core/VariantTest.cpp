@@ -3,18 +3,12 @@
 
 #include "core/Failure.h"
 #include "core/Variant.h"
+#include "support/TestSupport.h"
 
 namespace zrk {
 namespace {
 
-int32_t failureOf(auto&& f) {
-  try {
-    f();
-  } catch (const Failure& e) {
-    return e.number();
-  }
-  return 0;
-}
+using test::failureOf;
 
 TEST(Variant, TextToNumberConversions) {
   struct Case {

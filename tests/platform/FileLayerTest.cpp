@@ -13,17 +13,9 @@
 namespace zrk::platform {
 namespace {
 
+using test::failureOf;
 using test::T;
 using test::TempDir;
-
-int32_t failureOf(auto&& f) {
-  try {
-    f();
-  } catch (const Failure& e) {
-    return e.number();
-  }
-  return 0;
-}
 
 TEST(Paths, BothSeparatorsAndCaseInsensitiveNames) {
   TempDir d;

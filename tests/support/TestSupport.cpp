@@ -13,6 +13,7 @@
 #include <sstream>
 
 #include "core/mdlKVN.h"
+#include "platform/CodePage.h"
 #include "platform/LibraryFolder.h"
 
 namespace zrk::test {
@@ -66,6 +67,13 @@ void makeUnopenableFile(const std::string& path) {
   std::memcpy(addr.sun_path, path.c_str(), path.size() + 1);
   if (::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) std::abort();
   ::close(fd);
+}
+
+Text bytes(std::string_view b) {
+  return platform::fromAnsi(b);
+}
+std::string ansi(const Text& t) {
+  return platform::toAnsi(t);
 }
 
 void LibraryTest::SetUp() {

@@ -40,6 +40,21 @@ inline Text T(const std::string& s) {
   return fromUtf8(s);
 }
 
+// Byte-holding text from bytes and back, through the code page.
+Text bytes(std::string_view b);
+std::string ansi(const Text& t);
+
+// The number of the Failure that `call` throws, 0 when it throws none.
+template <class Call>
+int32_t failureOf(Call&& call) {
+  try {
+    call();
+  } catch (const Failure& e) {
+    return e.number();
+  }
+  return 0;
+}
+
 // Stands in for a call by name for the scope of the object.
 class CallStandIn {
  public:
