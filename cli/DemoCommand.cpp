@@ -14,7 +14,8 @@ namespace {
 // Runs one registered command as if typed, echoing it first.
 int runCommand(Context& c, std::vector<std::string> words) {
   std::string shown = "$ zrkkvl";
-  for (const auto& w : words) shown += " " + (w.find(' ') == std::string::npos ? w : "'" + w + "'");
+  for (const auto& w : words)
+    shown += " " + (w.find(' ') == std::string::npos ? w : "'" + w + "'");
   std::printf("\n%s\n", shown.c_str());
   std::fflush(stdout);
   for (const Command& command : commands()) {
@@ -44,9 +45,10 @@ int demo(Context& c) {
   std::printf("zrkKVL %s, installation root %s\n", toUtf8(c.kvn.dllVersion(u"")).c_str(),
               root.c_str());
   const std::vector<std::string> profile = {
-      "--name", "Alpha", "--path", "/usr/bin/true", "--game", "q3", "--game-text", "Quake 3",
-      "--stats", "PlayerStats", "--host", "127.0.0.1", "--port", "27960",
-      "--url", "http://127.0.0.1/upload"};
+      "--name",  "Alpha",       "--path",      "/usr/bin/true",
+      "--game",  "q3",          "--game-text", "Quake 3",
+      "--stats", "PlayerStats", "--host",      "127.0.0.1",
+      "--port",  "27960",       "--url",       "http://127.0.0.1/upload"};
   auto with = [](std::vector<std::string> head, const std::vector<std::string>& tail) {
     head.insert(head.end(), tail.begin(), tail.end());
     return head;
