@@ -9,6 +9,7 @@
 #include "cli/Command.h"
 #include "core/Failure.h"
 #include "core/clsKVN.h"
+#include "core/mdlKVN.h"
 #include "platform/Dialogs.h"
 #include "platform/LibraryFolder.h"
 #include "platform/Paths.h"
@@ -17,11 +18,14 @@ using namespace zrk;
 
 namespace {
 
-// Failure dialogs become one line on stderr and a non-zero exit; other dialogs go to the terminal.
-class ToolDialogs : public platform::TerminalDialogs {
+// The failure dialog of a trapped failure becomes one line on stderr and a non-zero exit; every
+// other window goes to the backend the platform chose (desktop or terminal).
+class ToolDialogs : public platform::DialogBackend {
  public:
+  explicit ToolDialogs(std::shared_ptr<platform::DialogBackend> inner) : inner_(std::move(inner)) {}
+
   int32_t messageBox(TextView text, int32_t buttons, TextView title) override {
-    if (title != u"DLL Error!") return TerminalDialogs::messageBox(text, buttons, title);
+    if (mdlKVN::state().handlingDepth == 0) return inner_->messageBox(text, buttons, title);
     std::vector<Text> lines = split(text, u"\r\n");
     Text function = lines.size() > 3 ? lines[3].substr(lines[3].find(u' ') + 1) : Text();
     std::fprintf(stderr, "zrkkvl: %s (in %s)\n", toUtf8(lines.size() > 1 ? lines[1] : text).c_str(),
@@ -29,7 +33,18 @@ class ToolDialogs : public platform::TerminalDialogs {
     failed = true;
     return platform::mb::OK;
   }
+  int32_t screenWidthTwips() override { return inner_->screenWidthTwips(); }
+  std::shared_ptr<platform::TextWindow> showTextWindow(const platform::FormLayout& layout,
+                                                       TextView text) override {
+    return inner_->showTextWindow(layout, text);
+  }
+  void toolTipChanged(const platform::ToolTipWindow& tip) override { inner_->toolTipChanged(tip); }
+  void showHelp(TextView file, TextView topic) override { inner_->showHelp(file, topic); }
+
   bool failed = false;
+
+ private:
+  std::shared_ptr<platform::DialogBackend> inner_;
 };
 
 void printHelp(const char* family) {
@@ -94,7 +109,7 @@ int main(int argc, char** argv) {
                 command->name, command->usage, command->summary);
     return 0;
   }
-  auto dialogs = std::make_shared<ToolDialogs>();
+  auto dialogs = std::make_shared<ToolDialogs>(platform::dialogBackend());
   platform::setDialogBackend(dialogs);
   try {
     clsKVN kvn;
