@@ -22,28 +22,38 @@ unsigned char reverseHigh(char16_t c) {
   return '?';
 }
 
-}  // namespace
-
-char16_t fromAnsiByte(unsigned char b) {
+// The conversions as local functions: the whole-string loops inline them, which they could not
+// do with the exported ones in a shared library.
+inline char16_t charOfByte(unsigned char b) {
   return (b >= 0x80 && b < 0xA0) ? kHigh[b - 0x80] : b;
 }
 
-unsigned char toAnsiByte(char16_t c) {
+inline unsigned char byteOfChar(char16_t c) {
   if (c < 0x80 || (c >= 0xA0 && c <= 0xFF)) return static_cast<unsigned char>(c);
   return reverseHigh(c);
+}
+
+}  // namespace
+
+char16_t fromAnsiByte(unsigned char b) {
+  return charOfByte(b);
+}
+
+unsigned char toAnsiByte(char16_t c) {
+  return byteOfChar(c);
 }
 
 Text fromAnsi(std::string_view bytes) {
   Text out(bytes.size(), u'\0');
   for (size_t i = 0; i < bytes.size(); ++i)
-    out[i] = fromAnsiByte(static_cast<unsigned char>(bytes[i]));
+    out[i] = charOfByte(static_cast<unsigned char>(bytes[i]));
   return out;
 }
 
 std::string toAnsi(TextView text) {
   std::string out(text.size(), '\0');
   for (size_t i = 0; i < text.size(); ++i)
-    out[i] = static_cast<char>(toAnsiByte(text[i]));
+    out[i] = static_cast<char>(byteOfChar(text[i]));
   return out;
 }
 
