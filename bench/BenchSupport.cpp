@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "platform/Dialogs.h"
 
@@ -27,10 +26,11 @@ std::string writeScratch(const std::string& name, const std::string& bytes) {
 }
 
 std::string readWhole(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
+  std::ifstream in(path, std::ios::binary | std::ios::ate);
+  std::string bytes(size_t(in.tellg()), '\0');
+  in.seekg(0);
+  in.read(bytes.data(), std::streamsize(bytes.size()));
+  return bytes;
 }
 
 clsKVN& library() {

@@ -37,18 +37,22 @@ int32_t hexPieceValue(TextView piece) {
 }  // namespace
 
 Text bytesFromHexText(TextView numbers) {
+  // The characters are collected as they come; the growing buffer's sizes are kept beside them
+  // so that its failures strike at the same piece and its spare blanks end the result.
   Text buf;
-  int32_t len = 0;
+  buf.reserve(numbers.size() / 2 + 1);
+  files::BufferGrowth growth(0, 0);
   for (size_t start = 0; start < numbers.size();) {
     size_t slash = std::min(numbers.find(u'/', start), numbers.size());
     if (slash > start) {
       int32_t value = hexPieceValue(numbers.substr(start, slash - start));
       if (value < 0 || value > 255) throw Failure(err::InvalidCall);
-      char16_t c = platform::fromAnsiByte(static_cast<unsigned char>(value));
-      files::appendToBuffer(buf, len, TextView(&c, 1));
+      growth.add(1);
+      buf.push_back(platform::fromAnsiByte(static_cast<unsigned char>(value)));
     }
     start = slash + 1;
   }
+  buf.resize(growth.size(), u' ');
   return buf;
 }
 

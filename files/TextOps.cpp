@@ -25,6 +25,17 @@ void appendToBuffer(Text& buf, int32_t& len, TextView add) {
   len = int32_t(fill);
 }
 
+void BufferGrowth::add(size_t n) {
+  int64_t fill = int64_t(len_) + int64_t(n);
+  if (fill > std::numeric_limits<int32_t>::max()) throw Failure(err::Overflow);
+  if (fill > size_) {
+    if (size_ + fill > std::numeric_limits<int32_t>::max()) throw Failure(err::OutOfMemory);
+    size_ += fill;
+  }
+  if (len_ < 0) throw Failure(err::InvalidCall);
+  len_ = int32_t(fill);
+}
+
 Text trimBlanks(TextView s) {
   size_t b = s.find_first_not_of(u' ');
   if (b == TextView::npos) return Text();
@@ -66,8 +77,24 @@ const std::array<Text, 256>& numberPieces(int radix) {
 
 void appendNumberText(Text& buf, int32_t& len, std::string_view bytes, int radix) {
   const auto& pieces = numberPieces(radix);
-  for (unsigned char b : bytes)
-    appendToBuffer(buf, len, pieces[b]);
+  // The final size first, so the pieces go into one allocation; a run that fails somewhere
+  // takes the piece-by-piece way, which leaves the buffer as that failure finds it.
+  BufferGrowth growth(buf.size(), len);
+  try {
+    for (unsigned char b : bytes)
+      growth.add(pieces[b].size());
+  } catch (const Failure&) {
+    for (unsigned char b : bytes)
+      appendToBuffer(buf, len, pieces[b]);
+    return;
+  }
+  buf.resize(growth.size(), u' ');
+  char16_t* out = buf.data() + len;
+  for (unsigned char b : bytes) {
+    const Text& piece = pieces[b];
+    out = std::copy(piece.begin(), piece.end(), out);
+  }
+  len = growth.len();
 }
 
 int32_t numberFromText(TextView s) {

@@ -15,6 +15,22 @@ namespace zrk::files {
 // leaves the 32-bit range, 5 when `len` is negative.
 void appendToBuffer(Text& buf, int32_t& len, TextView add);
 
+// The growing buffer's bookkeeping without its characters: the fill level and the size that
+// appendToBuffer grows the buffer to, with its failures at the same piece. A long run of pieces
+// can then be written into one buffer of the final size instead of growing it piece by piece.
+class BufferGrowth {
+ public:
+  BufferGrowth(size_t size, int32_t len) : size_(int64_t(size)), len_(len) {}
+  // What appending a piece of `n` characters does to the sizes, failures included.
+  void add(size_t n);
+  size_t size() const { return size_t(size_); }
+  int32_t len() const { return len_; }
+
+ private:
+  int64_t size_;
+  int32_t len_;
+};
+
 // Blanks (spaces) taken off both ends.
 Text trimBlanks(TextView s);
 

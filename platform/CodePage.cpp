@@ -14,36 +14,51 @@ constexpr char16_t kHigh[32] = {
     0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178,  // 98-9F
 };
 
-// Reverse map for the characters of 0x80-0x9F that are not their own byte value.
-unsigned char reverseHigh(char16_t c) {
-  for (int i = 0; i < 32; ++i) {
-    if (kHigh[i] == c) return static_cast<unsigned char>(0x80 + i);
-  }
-  return '?';
+// The byte of every character, built once: the character's own value below 0x80 and from 0xA0
+// to 0xFF, the page's byte for its extra characters, "?" for everything else. One lookup per
+// character keeps the conversion of byte-holding text (compressed streams) free of searches.
+const std::array<unsigned char, 65536>& byteTable() {
+  static const auto table = [] {
+    std::array<unsigned char, 65536> t;
+    t.fill('?');
+    for (unsigned c = 0; c <= 0xFF; ++c) {
+      if (c < 0x80 || c >= 0xA0) t[c] = static_cast<unsigned char>(c);
+    }
+    for (int i = 0; i < 32; ++i)
+      t[kHigh[i]] = static_cast<unsigned char>(0x80 + i);
+    return t;
+  }();
+  return table;
+}
+
+// The byte's character as a local function: the whole-string loop inlines it, which it could not
+// do with the exported one in a shared library.
+inline char16_t charOfByte(unsigned char b) {
+  return (b >= 0x80 && b < 0xA0) ? kHigh[b - 0x80] : b;
 }
 
 }  // namespace
 
 char16_t fromAnsiByte(unsigned char b) {
-  return (b >= 0x80 && b < 0xA0) ? kHigh[b - 0x80] : b;
+  return charOfByte(b);
 }
 
 unsigned char toAnsiByte(char16_t c) {
-  if (c < 0x80 || (c >= 0xA0 && c <= 0xFF)) return static_cast<unsigned char>(c);
-  return reverseHigh(c);
+  return byteTable()[c];
 }
 
 Text fromAnsi(std::string_view bytes) {
   Text out(bytes.size(), u'\0');
   for (size_t i = 0; i < bytes.size(); ++i)
-    out[i] = fromAnsiByte(static_cast<unsigned char>(bytes[i]));
+    out[i] = charOfByte(static_cast<unsigned char>(bytes[i]));
   return out;
 }
 
 std::string toAnsi(TextView text) {
+  const auto& table = byteTable();
   std::string out(text.size(), '\0');
   for (size_t i = 0; i < text.size(); ++i)
-    out[i] = static_cast<char>(toAnsiByte(text[i]));
+    out[i] = static_cast<char>(table[text[i]]);
   return out;
 }
 

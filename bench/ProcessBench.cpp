@@ -1,0 +1,123 @@
+// Reading a child's memory against one process_vm_readv, and the process list against ps.
+#include <sys/mman.h>
+#include <sys/uio.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "BenchSupport.h"
+
+namespace zrk::bench {
+namespace {
+
+constexpr uintptr_t kGamePage = 0x31000000;  // below 4 GiB: addresses cross as 32 bits
+constexpr size_t kStringOffset = 0x100;
+
+// A forked child holding a page at a fixed address with a number and a string in it; it waits
+// until its standard input closes. Forked, it needs no program of its own.
+class ChildGame {
+ public:
+  ChildGame() {
+    void* p = ::mmap(reinterpret_cast<void*>(kGamePage), 4096, PROT_READ | PROT_WRITE,
+                     MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
+    if (p != reinterpret_cast<void*>(kGamePage)) std::abort();
+    std::memcpy(p, "\x78\x56\x34\x12", 4);
+    std::memset(static_cast<char*>(p) + kStringOffset, 'g', 200);
+    int fds[2];
+    if (::pipe(fds) != 0) std::abort();
+    pid_ = ::fork();
+    if (pid_ == 0) {
+      ::close(fds[1]);
+      char c;
+      while (::read(fds[0], &c, 1) > 0) {
+      }
+      ::_exit(0);
+    }
+    ::close(fds[0]);
+    stdin_ = fds[1];
+    ::munmap(p, 4096);  // only the child keeps it
+  }
+  ~ChildGame() {
+    ::close(stdin_);
+    ::waitpid(pid_, nullptr, 0);
+  }
+  pid_t pid() const { return pid_; }
+
+ private:
+  pid_t pid_ = -1;
+  int stdin_ = -1;
+};
+
+ChildGame& child() {
+  static ChildGame game;
+  return game;
+}
+
+void Op_ReadLong(benchmark::State& state) {
+  clsKVN& kvn = library();
+  int32_t handle = kvn.AttachToGame(child().pid());
+  if (handle == 0) state.SkipWithError("cannot open the child");
+  for (auto _ : state)
+    benchmark::DoNotOptimize(kvn.ReadLong(handle, int32_t(kGamePage)));
+}
+BENCHMARK(Op_ReadLong)->Name("Op/ReadLong");
+
+void Op_ReadStr(benchmark::State& state) {
+  clsKVN& kvn = library();
+  int32_t handle = kvn.AttachToGame(child().pid());
+  if (handle == 0) state.SkipWithError("cannot open the child");
+  for (auto _ : state)
+    benchmark::DoNotOptimize(kvn.ReadStr(handle, int32_t(kGamePage + kStringOffset)));
+}
+BENCHMARK(Op_ReadStr)->Name("Op/ReadStr");
+
+// One process_vm_readv of the same bytes.
+void readFloor(benchmark::State& state, uintptr_t address, size_t size) {
+  char buffer[256];
+  for (auto _ : state) {
+    iovec local{buffer, size}, remote{reinterpret_cast<void*>(address), size};
+    benchmark::DoNotOptimize(::process_vm_readv(child().pid(), &local, 1, &remote, 1, 0));
+    benchmark::ClobberMemory();
+  }
+}
+void Floor_ReadLong(benchmark::State& state) {
+  readFloor(state, kGamePage, 4);
+}
+BENCHMARK(Floor_ReadLong)->Name("Floor/ReadLong");
+void Floor_ReadStr(benchmark::State& state) {
+  readFloor(state, kGamePage + kStringOffset, 255);
+}
+BENCHMARK(Floor_ReadStr)->Name("Floor/ReadStr");
+
+void Op_GetRunningProcesses(benchmark::State& state) {
+  clsKVN& kvn = library();
+  for (auto _ : state)
+    benchmark::DoNotOptimize(kvn.GetRunningProcesses());
+}
+BENCHMARK(Op_GetRunningProcesses)->Name("Op/GetRunningProcesses")->Unit(benchmark::kMillisecond);
+
+// What an admin would type: the ps list of every process with its command line, read whole.
+void Floor_GetRunningProcesses(benchmark::State& state) {
+  for (auto _ : state) {
+    FILE* ps = ::popen("ps -e -o pid,args", "r");
+    if (!ps) {
+      state.SkipWithError("cannot start ps");
+      break;
+    }
+    char buffer[65536];
+    size_t total = 0, n;
+    while ((n = std::fread(buffer, 1, sizeof buffer, ps)) > 0)
+      total += n;
+    ::pclose(ps);
+    benchmark::DoNotOptimize(total);
+  }
+}
+BENCHMARK(Floor_GetRunningProcesses)
+    ->Name("Floor/GetRunningProcesses")
+    ->Unit(benchmark::kMillisecond);
+
+}  // namespace
+}  // namespace zrk::bench
