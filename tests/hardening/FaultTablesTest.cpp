@@ -1,5 +1,6 @@
 // Writers under injected faults: nothing stored is lost, a packed file is the old or the new one
 // whole, and each failure is reported with the number of its cause.
+#include <cstdio>
 #include <filesystem>
 
 #include "profiles/FormObject.h"
