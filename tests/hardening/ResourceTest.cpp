@@ -41,10 +41,10 @@ class Resources : public HardeningTest {
   void SetUp() override {
     HardeningTest::SetUp();
     setDialogBackend(counting);
-    writeBytes(root / "bad.arc", std::string("ZRKArch\x10"
-                                             "212\x10",
-                                             13) +
-                                     "garbage\r\n");
+    writeBytes(root / "bad.arc",
+               "ZRKArch\x10"
+               "212\x10"
+               "garbage\r\n");
     writeBytes(root / "short.bini", "12345");
     writeBytes(root / "w.txt", "old\r\n");
     makeDir(root / "out");
