@@ -20,7 +20,7 @@ struct VariantArray {
   int32_t lowerBound = 0;
   std::vector<Variant> items;
 
-  int32_t upperBound() const { return lowerBound + static_cast<int32_t>(items.size()) - 1; }
+  int32_t upperBound() const;
   // Element by index; failure 9 outside the bounds.
   Variant& at(int32_t index);
   const Variant& at(int32_t index) const;
@@ -62,7 +62,7 @@ class Variant {
   double toDouble() const;
   bool toBool() const;
 
-  bool operator==(const Variant& o) const { return v_ == o.v_; }
+  bool operator==(const Variant& o) const;
 
  private:
   std::variant<std::monostate, Text, int16_t, int32_t, double, bool, VariantArray,
@@ -70,8 +70,17 @@ class Variant {
       v_;
 };
 
+// Defined once Variant is complete, which clang needs for the vector's members.
+inline int32_t VariantArray::upperBound() const {
+  return lowerBound + static_cast<int32_t>(items.size()) - 1;
+}
+
 inline bool operator==(const VariantArray& a, const VariantArray& b) {
   return a.lowerBound == b.lowerBound && a.items == b.items;
+}
+
+inline bool Variant::operator==(const Variant& o) const {
+  return v_ == o.v_;
 }
 
 // An object reached by member names at run time.

@@ -9,26 +9,30 @@
 
 #include "core/Failure.h"
 #include "platform/Paths.h"
+#include "platform/SysCalls.h"
 
 namespace zrk::platform {
 namespace {
 
-int openBinary(TextView path) {
-  if (path.empty()) throw Failure(err::BadFileNameOrNumber);
-  std::string p = nativePath(path);
+int openBinary(const std::string& p) {
   struct stat st;
   if (::stat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) throw Failure(err::PathFileAccessError);
-  int fd = ::open(p.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+  int fd = sys::open(p.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
   if (fd < 0 && (errno == EACCES || errno == EROFS || errno == EPERM)) {
-    fd = ::open(p.c_str(), O_RDONLY | O_CLOEXEC);
+    fd = sys::open(p.c_str(), O_RDONLY | O_CLOEXEC);
   }
   if (fd < 0) throw errno == ENOENT ? Failure(err::PathNotFound) : failureFromErrno(errno);
   return fd;
 }
 
+std::string checkedPath(TextView path) {
+  if (path.empty()) throw Failure(err::BadFileNameOrNumber);
+  return nativePath(path);
+}
+
 }  // namespace
 
-BinaryFile::BinaryFile(TextView path) : handle_(openBinary(path)) {}
+BinaryFile::BinaryFile(TextView path) : path_(checkedPath(path)), handle_(openBinary(path_)) {}
 
 void BinaryFile::readAt(int64_t position, std::string& into) {
   size_t done = 0;
@@ -45,8 +49,8 @@ void BinaryFile::readAt(int64_t position, std::string& into) {
 void BinaryFile::writeAt(int64_t position, std::string_view bytes) {
   size_t done = 0;
   while (done < bytes.size()) {
-    ssize_t n = ::pwrite(handle_.fd(), bytes.data() + done, bytes.size() - done,
-                         off_t(position - 1) + off_t(done));
+    ssize_t n = sys::pwrite(handle_.fd(), bytes.data() + done, bytes.size() - done,
+                            off_t(position - 1) + off_t(done), path_.c_str());
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) throw failureFromErrno(errno == EBADF ? EACCES : errno);
     done += size_t(n);

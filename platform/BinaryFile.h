@@ -24,6 +24,7 @@ class BinaryFile {
 
  private:
   FileNumber number_;
+  std::string path_;  // native, for the fault seam
   FileHandle handle_;
 };
 

@@ -167,34 +167,46 @@ void OutputFile::close() {
   handle_.close();
 }
 
+void writeFileWhole(const std::string& path, std::string_view bytes, mode_t mode) {
+  std::string tmp = path + ".~tmpXXXXXX";
+  int fd = sys::mkostemp(tmp, O_CLOEXEC);
+  if (fd < 0) throw errno == ENOENT ? Failure(err::PathNotFound) : failureFromErrno(errno);
+  FileHandle h(fd);
+  int error = 0;
+  for (size_t off = 0; !error && off < bytes.size();) {
+    ssize_t w = sys::write(fd, bytes.data() + off, bytes.size() - off, tmp.c_str());
+    if (w < 0 && errno == EINTR) continue;
+    if (w < 0)
+      error = errno;
+    else if (w == 0)
+      error = EIO;
+    else
+      off += size_t(w);
+  }
+  if (!error && (::fchmod(fd, mode) != 0 || ::fsync(fd) != 0)) error = errno;
+  try {
+    h.close();
+  } catch (const Failure&) {
+    ::unlink(tmp.c_str());
+    throw;
+  }
+  if (!error && sys::rename(tmp.c_str(), path.c_str()) != 0) error = errno;
+  if (error) {
+    ::unlink(tmp.c_str());
+    throw failureFromErrno(error);
+  }
+}
+
 bool replaceFileAtomically(const std::string& path, std::string_view bytes) {
   struct stat st;
   bool existed = ::stat(path.c_str(), &st) == 0;
   if (existed && (S_ISDIR(st.st_mode) || ::access(path.c_str(), W_OK) != 0)) return false;
-  std::string tmp = path + ".~tmpXXXXXX";
-  int fd = sys::mkostemp(tmp, O_CLOEXEC);
-  if (fd < 0) return false;
-  FileHandle h(fd);
-  bool ok = true;
-  for (size_t off = 0; ok && off < bytes.size();) {
-    ssize_t w = sys::write(fd, bytes.data() + off, bytes.size() - off, tmp.c_str());
-    if (w < 0 && errno == EINTR) continue;
-    if (w <= 0)
-      ok = false;
-    else
-      off += size_t(w);
-  }
-  ok = ok && ::fchmod(fd, existed ? (st.st_mode & 07777) : 0644) == 0 && ::fsync(fd) == 0;
   try {
-    h.close();
+    writeFileWhole(path, bytes, existed ? (st.st_mode & 07777) : 0644);
+    return true;
   } catch (const Failure&) {
-    ok = false;
-  }
-  if (!ok || sys::rename(tmp.c_str(), path.c_str()) != 0) {
-    ::unlink(tmp.c_str());
     return false;
   }
-  return true;
 }
 
 }  // namespace zrk::platform

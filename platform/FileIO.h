@@ -2,6 +2,8 @@
 // number, always closed when the object goes, also after a failure.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -83,5 +85,8 @@ class OutputFile {
 // Writes `bytes` to a temporary file beside `path` and renames it over `path`, so no crash
 // leaves half a file. Gives false (and leaves `path` untouched) when that cannot be done.
 bool replaceFileAtomically(const std::string& nativePath, std::string_view bytes);
+
+// The same, reporting why it could not be done: 76 for a missing folder, else the cause's number.
+void writeFileWhole(const std::string& nativePath, std::string_view bytes, mode_t mode = 0644);
 
 }  // namespace zrk::platform

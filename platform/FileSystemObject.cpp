@@ -168,7 +168,7 @@ FileInfo FileSystemObject::GetFile(TextView path) const {
   std::string p = nativePath(path);
   struct stat st;
   if (path.empty() || !statPath(p, st) || S_ISDIR(st.st_mode)) throw Failure(err::FileNotFound);
-  return FileInfo{int64_t(st.st_size), parentOf(path), fileNameOf(path)};
+  return FileInfo{int64_t(st.st_size), parentOf(path), fileNameOf(path), isReadOnly(st)};
 }
 
 FolderInfo FileSystemObject::GetFolder(TextView path) const {

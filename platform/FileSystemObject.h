@@ -13,6 +13,7 @@ struct FileInfo {
   int64_t Size = 0;
   Text ParentFolderPath;
   Text Name;
+  bool ReadOnly = false;
 };
 
 struct FolderInfo {

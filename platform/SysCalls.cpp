@@ -88,6 +88,11 @@ ssize_t write(int fd, const void* buf, size_t n, const char* path) {
   return ::write(fd, buf, n);
 }
 
+ssize_t pwrite(int fd, const void* buf, size_t n, off_t offset, const char* path) {
+  if (int e = faults::check(faults::Call::Write, path)) return failWith(e);
+  return ::pwrite(fd, buf, n, offset);
+}
+
 int mkdir(const char* path, mode_t mode) {
   if (int e = faults::check(faults::Call::MakeFolder, path)) return failWith(e);
   return ::mkdir(path, mode);

@@ -11,6 +11,7 @@ namespace zrk::platform {
 namespace sys {
 int open(const char* path, int flags, mode_t mode = 0644);
 ssize_t write(int fd, const void* buf, size_t n, const char* path);
+ssize_t pwrite(int fd, const void* buf, size_t n, off_t offset, const char* path);
 int mkdir(const char* path, mode_t mode);
 int unlink(const char* path);
 int rmdir(const char* path);

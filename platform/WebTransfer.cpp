@@ -30,8 +30,14 @@ size_t appendAnswer(char* data, size_t size, size_t count, void* answer) {
   return size * count;
 }
 
-// The transfers owned by this thread, for its event pump.
-thread_local std::vector<WebTransfer*> tTransfers;
+// The transfers owned by this thread, for its event pump. At thread exit the list may go before
+// a transfer held by other thread-local state; the flag (trivial, so it outlives the list) tells
+// such a transfer that there is nothing left to leave.
+thread_local bool tTransfersGone = false;
+struct TransferList : std::vector<WebTransfer*> {
+  ~TransferList() { tTransfersGone = true; }
+};
+thread_local TransferList tTransfers;
 
 std::mutex gPumpMutex;
 std::function<void()> gPump;
@@ -69,7 +75,8 @@ WebTransfer::WebTransfer() : impl_(std::make_unique<Impl>()) {
 WebTransfer::~WebTransfer() {
   impl_->endRequest();
   curl_multi_cleanup(impl_->multi);
-  tTransfers.erase(std::remove(tTransfers.begin(), tTransfers.end(), this), tTransfers.end());
+  if (!tTransfersGone)
+    tTransfers.erase(std::remove(tTransfers.begin(), tTransfers.end(), this), tTransfers.end());
 }
 
 void WebTransfer::Execute(TextView url, TextView operation, TextView inputData,

@@ -115,18 +115,18 @@ void clsKVN::CompressBINI(Text FileName, std::optional<Text> bType) {
     frame.line(5);
     Text packedName = otherName(FileName, u"." + type, u".b" + type);
     frame.line(6);
-    if (fso.FileExists(packedName)) fso.DeleteFile(packedName, false);
-    frame.line(7);
-    platform::BinaryFile out(packedName);
+    // A read-only packed file refuses, as deleting it would. Otherwise the new file replaces
+    // the old one in one step once it is whole, so a failed write leaves the old one.
+    if (fso.FileExists(packedName) && fso.GetFile(packedName).ReadOnly) {
+      throw Failure(err::PermissionDenied);
+    }
     frame.line(8);
     std::string bytes = sizeField(digits);
     frame.line(9);
     bytes += platform::toAnsi(magicOf(type));
     frame.line(10);
     bytes += platform::toAnsi(Base64Encode(compressed));
-    out.writeAt(1, bytes);
-    frame.line(11);
-    out.close();
+    platform::writeFileWhole(platform::nativePath(packedName), bytes);
     frame.line(12);
     fso.DeleteFile(FileName, false);
   });
