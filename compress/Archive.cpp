@@ -36,8 +36,8 @@ Text folderOf(const platform::FileInfo& file) {
 
 // The archive's bytes as characters, rebuilt from its hexadecimal number text.
 Text readImage(clsKVN& kvn, const Text& archiveName) {
-  Text numbers = files::trimBlanks(kvn.HexRead(archiveName));
-  return files::trimBlanks(archive::bytesFromHexText(numbers));
+  Text numbers = trimBlanks(kvn.HexRead(archiveName));
+  return trimBlanks(archive::bytesFromHexText(numbers));
 }
 
 }  // namespace

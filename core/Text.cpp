@@ -37,6 +37,21 @@ std::vector<Text> split(TextView in, TextView separator) {
   return parts;
 }
 
+Text trimBlanks(TextView s) {
+  size_t b = s.find_first_not_of(u' ');
+  if (b == TextView::npos) return Text();
+  size_t e = s.find_last_not_of(u' ');
+  return Text(s.substr(b, e - b + 1));
+}
+
+Text lowerCase(TextView s) {
+  Text out(s);
+  for (char16_t& c : out) {
+    if ((c >= u'A' && c <= u'Z') || (c >= 0xC0 && c <= 0xDE && c != 0xD7)) c += 32;
+  }
+  return out;
+}
+
 static char16_t foldCase(char16_t c) {
   if (c >= u'a' && c <= u'z') return c - 32;
   if (c >= 0xE0 && c <= 0xFE && c != 0xF7) return c - 32;

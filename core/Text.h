@@ -23,6 +23,12 @@ Text replaceAll(TextView in, TextView what, TextView with);
 // The parts between the separators, compared exactly; an empty text gives no parts.
 std::vector<Text> split(TextView in, TextView separator);
 
+// Spaces taken off both ends.
+Text trimBlanks(TextView s);
+
+// Letters lower-cased (ASCII and Latin-1); everything else unchanged.
+Text lowerCase(TextView s);
+
 // Equality without regard to case (ASCII and Latin-1 letters).
 bool equalsNoCase(TextView a, TextView b);
 

@@ -17,21 +17,6 @@ constexpr size_t kPathBufferSize = 260;
 
 namespace {
 
-Text trimBlanks(TextView s) {
-  size_t begin = s.find_first_not_of(u' ');
-  if (begin == TextView::npos) return Text();
-  size_t end = s.find_last_not_of(u' ');
-  return Text(s.substr(begin, end - begin + 1));
-}
-
-// Lower case for ASCII and Latin-1 letters.
-Text lowerCase(Text s) {
-  for (char16_t& c : s) {
-    if ((c >= u'A' && c <= u'Z') || (c >= 0xC0 && c <= 0xDE && c != 0xD7)) c += 0x20;
-  }
-  return s;
-}
-
 // Whether the first instance's product name holds `what`; false when the query can't be made.
 bool productNameContains(TextView what) {
   bool result = false;

@@ -21,11 +21,6 @@ namespace zrk {
 namespace diagnostics {
 namespace {
 
-Text trimBlanks(TextView s) {
-  size_t a = s.find_first_not_of(u' '), b = s.find_last_not_of(u' ');
-  return a == TextView::npos ? Text() : Text(s.substr(a, b - a + 1));
-}
-
 // Steps 1 to 4 of the description: product name, version, build, service pack.
 Text operatingSystemText() {
   Text os;

@@ -9,8 +9,6 @@
 namespace zrk {
 namespace {
 
-using files::lowerCase;
-
 constexpr TextView kStrayScheme = u"http://.", kScheme = u"http://";
 
 Text removeSchemes(TextView s) {
@@ -50,7 +48,7 @@ Text joinLabels(const std::vector<Text>& labels) {
 bool clsKVN::isIpAdd(Text ipString) {
   bool result = false;
   trapSilently([&] {
-    Text s = removeSchemes(lowerCase(files::trimBlanks(ipString)));
+    Text s = removeSchemes(lowerCase(trimBlanks(ipString)));
     Text host = element(split(s, u"/"), 0);
     std::vector<Text> parts = split(host, u".");
     if (parts.size() != 4) return;

@@ -53,7 +53,7 @@ Text clsKVN::ReadFileToString(Text fileStr) {
           }
         }
         frame.line(4);
-        result = files::trimBlanks(buf);
+        result = trimBlanks(buf);
       },
       [&](FailureInfo& f) {
         if (f.Number == err::FileNotFound) f.Description = notFoundWords(fileStr);
@@ -73,7 +73,7 @@ Text clsKVN::ReadBinaryFileToString(Text fileStr) {
         int32_t len = 0;
         files::appendNumberText(buf, len, bytes, 10);
         frame.line(3);
-        result = files::trimBlanks(buf);
+        result = trimBlanks(buf);
       },
       [&](FailureInfo& f) {
         if (f.Number == err::FileNotFound) f.Description = notFoundWords(fileStr);

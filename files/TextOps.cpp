@@ -36,21 +36,6 @@ void BufferGrowth::add(size_t n) {
   len_ = int32_t(fill);
 }
 
-Text trimBlanks(TextView s) {
-  size_t b = s.find_first_not_of(u' ');
-  if (b == TextView::npos) return Text();
-  size_t e = s.find_last_not_of(u' ');
-  return Text(s.substr(b, e - b + 1));
-}
-
-Text lowerCase(TextView s) {
-  Text out(s);
-  for (char16_t& c : out) {
-    if ((c >= u'A' && c <= u'Z') || (c >= 0xC0 && c <= 0xDE && c != 0xD7)) c += 32;
-  }
-  return out;
-}
-
 namespace {
 
 // "n/" for every byte value, built once.

@@ -31,12 +31,6 @@ class BufferGrowth {
   int32_t len_;
 };
 
-// Blanks (spaces) taken off both ends.
-Text trimBlanks(TextView s);
-
-// Letters lower-cased (ASCII and Latin-1); everything else unchanged.
-Text lowerCase(TextView s);
-
 // Appends each byte as its number and "/" to the growing buffer: decimal for radix 10,
 // upper-case hexadecimal for radix 16, no leading zeros.
 void appendNumberText(Text& buf, int32_t& len, std::string_view bytes, int radix);
