@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "core/clsKVN.h"
+#include <zrkKVL/clsKVN.h>
 
 namespace zrk::bench {
 

@@ -2,8 +2,8 @@
 #include <filesystem>
 #include <map>
 
+#include <zrkKVL/Variant.h>
 #include "BenchSupport.h"
-#include "core/Variant.h"
 #include "platform/CodePage.h"
 
 namespace zrk::bench {

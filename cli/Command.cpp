@@ -7,7 +7,7 @@
 #include <iterator>
 #include <sstream>
 
-#include "core/Failure.h"
+#include <zrkKVL/Failure.h>
 
 namespace zrk::cli {
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "core/clsKVN.h"
+#include <zrkKVL/clsKVN.h>
 
 namespace zrk::cli {
 

@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include <zrkKVL/GameHandle.h>
 #include "cli/Command.h"
-#include "process/GameHandle.h"
 
 namespace zrk::cli {
 namespace {

@@ -3,8 +3,8 @@
 #include <map>
 #include <memory>
 
+#include <zrkKVL/FormObject.h>
 #include "cli/Command.h"
-#include "profiles/FormObject.h"
 #include "profiles/ProfileKeys.h"
 
 namespace zrk::cli {

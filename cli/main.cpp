@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
+#include <zrkKVL/Failure.h>
+#include <zrkKVL/clsKVN.h>
 #include "cli/Command.h"
-#include "core/Failure.h"
-#include "core/clsKVN.h"
 #include "core/mdlKVN.h"
 #include "platform/Dialogs.h"
 #include "platform/LibraryFolder.h"

@@ -2,10 +2,10 @@
 #include <algorithm>
 #include <limits>
 
+#include <zrkKVL/clsKVN.h>
 #include "compress/ArchiveFormat.h"
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
-#include "core/clsKVN.h"
 #include "core/mdlKVN.h"
 #include "files/FileWriting.h"
 #include "files/TextOps.h"

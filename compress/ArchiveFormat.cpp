@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "core/Failure.h"
+#include <zrkKVL/Failure.h>
 #include "files/TextOps.h"
 #include "platform/CodePage.h"
 

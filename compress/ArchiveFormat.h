@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "core/Text.h"
+#include <zrkKVL/Text.h>
 
 namespace zrk::archive {
 

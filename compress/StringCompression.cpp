@@ -3,9 +3,9 @@
 
 #include <string>
 
+#include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
-#include "core/clsKVN.h"
 #include "platform/CodePage.h"
 
 namespace zrk {

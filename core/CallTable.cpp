@@ -6,7 +6,7 @@
 #include <mutex>
 #include <shared_mutex>
 
-#include "core/clsKVN.h"
+#include <zrkKVL/clsKVN.h>
 
 namespace zrk {
 namespace {

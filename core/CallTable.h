@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "core/Failure.h"
-#include "core/Variant.h"
+#include <zrkKVL/Failure.h>
+#include <zrkKVL/Variant.h>
 
 namespace zrk {
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <utility>
 
-#include "core/Failure.h"
+#include <zrkKVL/Failure.h>
 #include "core/mdlKVN.h"
 
 namespace zrk {

@@ -1,5 +1,5 @@
 // The library object: construction, version, folder tree, release.
-#include "core/clsKVN.h"
+#include <zrkKVL/clsKVN.h>
 
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"

@@ -3,8 +3,8 @@
 
 #include <vector>
 
+#include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
-#include "core/clsKVN.h"
 #include "platform/Dialogs.h"
 #include "platform/FileSystemObject.h"
 #include "platform/LibraryFolder.h"

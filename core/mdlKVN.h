@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <memory>
 
-#include "core/Failure.h"
-#include "core/Text.h"
+#include <zrkKVL/Failure.h>
+#include <zrkKVL/Text.h>
 
 namespace zrk {
 

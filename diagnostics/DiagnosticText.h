@@ -4,8 +4,8 @@
 #include <ctime>
 #include <optional>
 
-#include "core/Text.h"
-#include "core/Variant.h"
+#include <zrkKVL/Text.h>
+#include <zrkKVL/Variant.h>
 
 namespace zrk::diagnostics {
 

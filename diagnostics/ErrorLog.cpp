@@ -3,9 +3,9 @@
 
 #include <vector>
 
+#include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
-#include "core/clsKVN.h"
 #include "core/mdlKVN.h"
 #include "diagnostics/DiagnosticText.h"
 #include "platform/Clock.h"

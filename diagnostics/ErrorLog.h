@@ -3,8 +3,8 @@
 
 #include <optional>
 
-#include "core/Failure.h"
-#include "core/Text.h"
+#include <zrkKVL/Failure.h>
+#include <zrkKVL/Text.h>
 
 namespace zrk::diagnostics {
 

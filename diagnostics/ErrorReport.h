@@ -4,8 +4,8 @@
 #include <array>
 #include <cstdint>
 
-#include "core/Text.h"
-#include "core/Variant.h"
+#include <zrkKVL/Text.h>
+#include <zrkKVL/Variant.h>
 
 namespace zrk::diagnostics {
 

@@ -2,9 +2,9 @@
 // elapsed since an earlier call.
 #include <limits>
 
+#include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
-#include "core/clsKVN.h"
 #include "platform/Clock.h"
 #include "platform/FileSystemObject.h"
 #include "platform/LibraryFolder.h"

@@ -6,9 +6,9 @@
 #include <memory>
 #include <optional>
 
+#include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
-#include "core/clsKVN.h"
 #include "platform/SystemInfo.h"
 
 namespace zrk {

@@ -7,9 +7,9 @@
 #include <cstdlib>
 #include <string>
 
+#include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
-#include "core/clsKVN.h"
 #include "core/mdlKVN.h"
 #include "platform/CodePage.h"
 #include "platform/Registry.h"

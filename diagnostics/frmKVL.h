@@ -1,7 +1,7 @@
 // The hidden form that holds the report's web-transfer control and the last answer it read.
 #pragma once
 
-#include "core/Text.h"
+#include <zrkKVL/Text.h>
 #include "platform/WebTransfer.h"
 
 namespace zrk::diagnostics {

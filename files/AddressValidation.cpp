@@ -1,9 +1,9 @@
 // Address checks on the form of the text alone: numeric IPv4 addresses and http:// addresses.
 #include <vector>
 
+#include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
-#include "core/clsKVN.h"
 #include "files/TextOps.h"
 
 namespace zrk {

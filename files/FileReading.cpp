@@ -1,9 +1,9 @@
 // Whole-file readers: lines as one text, and bytes as decimal or hexadecimal number text.
 #include <string>
 
+#include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
-#include "core/clsKVN.h"
 #include "files/TextOps.h"
 #include "platform/CodePage.h"
 #include "platform/FileIO.h"

@@ -1,9 +1,9 @@
 // Line writers: WriteFile replaces a file, AppendFile adds to one; every string is a line.
 #include "files/FileWriting.h"
 
+#include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
-#include "core/clsKVN.h"
 #include "core/mdlKVN.h"
 #include "platform/FileIO.h"
 #include "platform/FileSystemObject.h"

@@ -2,8 +2,8 @@
 // file is opened is reported exactly as a failing WriteFile.
 #pragma once
 
-#include "core/Failure.h"
-#include "core/Text.h"
+#include <zrkKVL/Failure.h>
+#include <zrkKVL/Text.h>
 
 namespace zrk::files {
 

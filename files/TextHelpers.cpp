@@ -1,7 +1,7 @@
 // Text helpers: the growing buffer under its two names, array look-up, URL decoding.
+#include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
-#include "core/clsKVN.h"
 #include "files/TextOps.h"
 #include "platform/CodePage.h"
 

@@ -5,8 +5,8 @@
 #include <array>
 #include <limits>
 
-#include "core/Failure.h"
-#include "core/Variant.h"
+#include <zrkKVL/Failure.h>
+#include <zrkKVL/Variant.h>
 
 namespace zrk::files {
 

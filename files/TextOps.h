@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "core/Text.h"
+#include <zrkKVL/Text.h>
 
 namespace zrk::files {
 

@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <string>
 
-#include "core/Failure.h"
-#include "core/clsKVN.h"
+#include <zrkKVL/Failure.h>
+#include <zrkKVL/clsKVN.h>
 
 namespace zrk::fuzz {
 

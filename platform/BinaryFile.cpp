@@ -7,7 +7,7 @@
 
 #include <cerrno>
 
-#include "core/Failure.h"
+#include <zrkKVL/Failure.h>
 #include "platform/Paths.h"
 #include "platform/SysCalls.h"
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/Text.h"
+#include <zrkKVL/Text.h>
 #include "platform/FileIO.h"
 
 namespace zrk::platform {

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/Text.h"
+#include <zrkKVL/Text.h>
 
 namespace zrk::platform {
 

@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <mutex>
 
-#include "core/Failure.h"
+#include <zrkKVL/Failure.h>
 #include "platform/CodePage.h"
 #include "platform/Paths.h"
 #include "platform/SysCalls.h"

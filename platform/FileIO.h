@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/Text.h"
+#include <zrkKVL/Text.h>
 
 namespace zrk::platform {
 

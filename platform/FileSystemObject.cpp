@@ -10,7 +10,7 @@
 #include <cerrno>
 #include <string>
 
-#include "core/Failure.h"
+#include <zrkKVL/Failure.h>
 #include "platform/Paths.h"
 #include "platform/SysCalls.h"
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "core/Text.h"
+#include <zrkKVL/Text.h>
 
 namespace zrk::platform {
 

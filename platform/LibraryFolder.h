@@ -3,7 +3,7 @@
 
 #include <optional>
 
-#include "core/Text.h"
+#include <zrkKVL/Text.h>
 
 namespace zrk::platform {
 

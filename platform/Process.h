@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "core/Text.h"
+#include <zrkKVL/Text.h>
 #include "platform/ProcessHandles.h"
 
 namespace zrk::platform {

@@ -4,7 +4,7 @@
 #include <map>
 #include <mutex>
 
-#include "core/Failure.h"
+#include <zrkKVL/Failure.h>
 
 namespace zrk::platform {
 namespace {

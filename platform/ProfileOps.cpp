@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/Failure.h"
+#include <zrkKVL/Failure.h>
 #include "platform/CodePage.h"
 #include "platform/FileIO.h"
 #include "platform/Paths.h"

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "core/Text.h"
+#include <zrkKVL/Text.h>
 
 namespace zrk::platform {
 

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "core/Text.h"
+#include <zrkKVL/Text.h>
 #include "platform/CodePage.h"
 #include "platform/SystemQuery.h"
 

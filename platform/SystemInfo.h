@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "core/Text.h"
+#include <zrkKVL/Text.h>
 
 namespace zrk::platform {
 

@@ -12,7 +12,7 @@
 #include <sstream>
 #include <vector>
 
-#include "core/Failure.h"
+#include <zrkKVL/Failure.h>
 #include "platform/CodePage.h"
 
 namespace zrk::platform {

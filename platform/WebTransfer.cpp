@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "core/Failure.h"
+#include <zrkKVL/Failure.h>
 #include "platform/CodePage.h"
 
 #ifndef ZRK_REPORT_HOST

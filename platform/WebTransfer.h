@@ -6,7 +6,7 @@
 #include <functional>
 #include <memory>
 
-#include "core/Text.h"
+#include <zrkKVL/Text.h>
 
 namespace zrk::platform {
 

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string_view>
 
-#include "core/Text.h"
+#include <zrkKVL/Text.h>
 #include "platform/Dialogs.h"
 
 namespace zrk::platform {

@@ -1,12 +1,12 @@
 // Attaching to a game's process and reading strings and numbers from its memory.
 #include <cstring>
 
+#include <zrkKVL/GameHandle.h>
+#include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
-#include "core/clsKVN.h"
 #include "platform/CodePage.h"
 #include "platform/Process.h"
-#include "process/GameHandle.h"
 
 namespace zrk {
 namespace {

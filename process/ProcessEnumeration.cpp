@@ -7,9 +7,9 @@
 #include <optional>
 #include <string_view>
 
+#include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
-#include "core/clsKVN.h"
 #include "diagnostics/PlatformQueries.h"
 #include "platform/Process.h"
 #include "platform/ProcessList.h"

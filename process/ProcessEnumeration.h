@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "core/Text.h"
-#include "core/Variant.h"
+#include <zrkKVL/Text.h>
+#include <zrkKVL/Variant.h>
 
 namespace zrk::process {
 

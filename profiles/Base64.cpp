@@ -3,7 +3,7 @@
 
 #include <array>
 
-#include "core/Failure.h"
+#include <zrkKVL/Failure.h>
 #include "platform/CodePage.h"
 
 namespace zrk {

@@ -1,9 +1,9 @@
 // The packed form of a text file: size digits, magic "B" + type word, base64 of the zlib stream.
 #include <string>
 
+#include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
-#include "core/clsKVN.h"
 #include "core/mdlKVN.h"
 #include "platform/BinaryFile.h"
 #include "platform/CodePage.h"

@@ -1,7 +1,7 @@
 // Late-bound form access, and the map-backed form.
-#include "profiles/FormObject.h"
+#include <zrkKVL/FormObject.h>
 
-#include "core/Failure.h"
+#include <zrkKVL/Failure.h>
 
 namespace zrk {
 namespace {

@@ -1,7 +1,7 @@
 // The keys of a saved profile, in the order they are written, and where each value comes from.
 #pragma once
 
-#include "core/Variant.h"
+#include <zrkKVL/Variant.h>
 
 namespace zrk {
 

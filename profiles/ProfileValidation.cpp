@@ -1,8 +1,8 @@
 // Whether a profile form can be saved, and the test for the characters of a profile name.
+#include <zrkKVL/FormObject.h>
+#include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
-#include "core/clsKVN.h"
-#include "profiles/FormObject.h"
 
 namespace zrk {
 namespace {

@@ -1,10 +1,10 @@
 // Saving a profile form: its 13 keys, its folder, and the profiles file packed again at the end.
+#include <zrkKVL/FormObject.h>
+#include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
-#include "core/clsKVN.h"
 #include "platform/FileSystemObject.h"
 #include "platform/ProfileOps.h"
-#include "profiles/FormObject.h"
 #include "profiles/ProfileKeys.h"
 
 namespace zrk {

@@ -1,9 +1,9 @@
 // Splitting one raw "key=value" line, with the two indexed forms whose key ends in [1] or [2].
 #include <vector>
 
+#include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
-#include "core/clsKVN.h"
 
 namespace zrk {
 namespace {

@@ -1,7 +1,7 @@
 // INI access: section list, one section, one key, writing, clearing, and the line reader.
+#include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
-#include "core/clsKVN.h"
 #include "core/mdlKVN.h"
 #include "platform/CodePage.h"
 #include "platform/FileIO.h"

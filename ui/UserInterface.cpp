@@ -1,7 +1,7 @@
 // The user-interface aids: the update warning, tooltips and help.
+#include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
-#include "core/clsKVN.h"
 #include "core/mdlKVN.h"
 #include "platform/CodePage.h"
 #include "platform/Windows.h"

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "core/Text.h"
+#include <zrkKVL/Text.h>
 #include "platform/Dialogs.h"
 
 namespace zrk::ui {

@@ -1,7 +1,7 @@
 // Text helpers: replacement, splitting, case, UTF-8.
 #include <gtest/gtest.h>
 
-#include "core/Text.h"
+#include <zrkKVL/Text.h>
 
 namespace zrk {
 namespace {

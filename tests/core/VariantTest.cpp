@@ -1,8 +1,8 @@
 // Variant conversions, numeric text and array bounds.
 #include <gtest/gtest.h>
 
-#include "core/Failure.h"
-#include "core/Variant.h"
+#include <zrkKVL/Failure.h>
+#include <zrkKVL/Variant.h>
 #include "support/TestSupport.h"
 
 namespace zrk {

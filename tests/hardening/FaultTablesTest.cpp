@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <filesystem>
 
-#include "profiles/FormObject.h"
+#include <zrkKVL/FormObject.h>
 #include "tests/hardening/HardeningSupport.h"
 
 namespace zrk::test {

@@ -1,7 +1,7 @@
 // A program outside the project that uses the installed library.
 #include <cstdio>
 
-#include "core/clsKVN.h"
+#include <zrkKVL/clsKVN.h>
 
 int main() {
   zrk::clsKVN kvn;

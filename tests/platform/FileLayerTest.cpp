@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <functional>
 
-#include "core/Failure.h"
+#include <zrkKVL/Failure.h>
 #include "platform/FileIO.h"
 #include "platform/FileSystemObject.h"
 #include "platform/Paths.h"

@@ -4,10 +4,10 @@
 #include <set>
 #include <thread>
 
+#include <zrkKVL/GameHandle.h>
 #include "FakeGame.h"
 #include "platform/CodePage.h"
 #include "platform/Process.h"
-#include "process/GameHandle.h"
 
 namespace zrk::test {
 namespace {

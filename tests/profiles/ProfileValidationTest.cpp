@@ -1,5 +1,5 @@
 // Validation of a profile form: the order of the checks, the messages, the name's characters.
-#include "profiles/FormObject.h"
+#include <zrkKVL/FormObject.h>
 #include "tests/profiles/ProfileTestSupport.h"
 
 namespace zrk::test {

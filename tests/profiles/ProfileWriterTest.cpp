@@ -3,7 +3,7 @@
 #include <functional>
 #include <string>
 
-#include "profiles/FormObject.h"
+#include <zrkKVL/FormObject.h>
 #include "tests/profiles/ProfileTestSupport.h"
 
 namespace zrk::test {

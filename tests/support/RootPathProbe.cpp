@@ -1,7 +1,7 @@
 // Prints the installation root the library derives from where it was loaded.
 #include <cstdio>
 
-#include "core/clsKVN.h"
+#include <zrkKVL/clsKVN.h>
 #include "core/mdlKVN.h"
 
 int main() {

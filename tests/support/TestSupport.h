@@ -7,8 +7,8 @@
 #include <memory>
 #include <string>
 
+#include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
-#include "core/clsKVN.h"
 #include "platform/Dialogs.h"
 
 namespace zrk::test {

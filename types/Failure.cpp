@@ -1,5 +1,5 @@
 // Failure numbers, their words, and the mapping of OS errors and C++ exceptions onto them.
-#include "core/Failure.h"
+#include <zrkKVL/Failure.h>
 
 #include <cerrno>
 #include <new>

@@ -1,11 +1,11 @@
 // Variant conversions and the numeric-text test.
-#include "core/Variant.h"
+#include <zrkKVL/Variant.h>
 
 #include <cmath>
 #include <cstdio>
 #include <limits>
 
-#include "core/Failure.h"
+#include <zrkKVL/Failure.h>
 
 namespace zrk {
 

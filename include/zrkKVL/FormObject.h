@@ -7,7 +7,7 @@
 #include <optional>
 #include <vector>
 
-#include "core/Variant.h"
+#include <zrkKVL/Variant.h>
 
 namespace zrk {
 

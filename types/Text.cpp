@@ -1,5 +1,5 @@
 // Small text operations shared by every subsystem.
-#include "core/Text.h"
+#include <zrkKVL/Text.h>
 
 namespace zrk {
 

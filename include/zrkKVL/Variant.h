@@ -7,7 +7,7 @@
 #include <variant>
 #include <vector>
 
-#include "core/Text.h"
+#include <zrkKVL/Text.h>
 
 namespace zrk {
 

@@ -5,9 +5,9 @@
 #include <optional>
 #include <vector>
 
-#include "core/Failure.h"
-#include "core/Text.h"
-#include "core/Variant.h"
+#include <zrkKVL/Failure.h>
+#include <zrkKVL/Text.h>
+#include <zrkKVL/Variant.h>
 
 namespace zrk {
 
