@@ -69,9 +69,8 @@ Text formatTwoDecimals(double value) {
   while (hundredths.size() < 3)
     hundredths.insert(hundredths.begin(), '0');
   bool zero = hundredths.find_first_not_of('0') == std::string::npos;
-  std::string out = (value < 0 && !zero ? "-" : "") + hundredths.substr(0, hundredths.size() - 2) +
-                    "." + hundredths.substr(hundredths.size() - 2);
-  return ascii(out);
+  std::string whole = (value < 0 && !zero ? "-" : "") + hundredths.substr(0, hundredths.size() - 2);
+  return ascii(whole) + platform::decimalMark() + ascii(hundredths.substr(hundredths.size() - 2));
 }
 
 Text FormatByteSize(const Variant& size) {

@@ -48,6 +48,10 @@ std::optional<std::string> osReleaseValue(std::string_view key);
 std::string kernelRelease();
 std::string machineName();
 
+// The decimal mark of the user's numeric locale (LC_ALL, LC_NUMERIC, LANG, as the environment
+// names it); "." where none is named or it cannot be loaded.
+Text decimalMark();
+
 // Shell folders by their ids; 38 is the program files folder, /opt here.
 inline constexpr int32_t CSIDL_PROGRAM_FILES = 38;
 struct ITEMIDLIST {
