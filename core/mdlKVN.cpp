@@ -77,7 +77,7 @@ void Main() {
   s.MainObject = std::make_shared<clsKVN>();
   s.UpdWarn = std::make_shared<ui::frmUpdWarn>();
   s.UpdWarn->Load();
-  callMainObject(u"SetUIDStr", {});
+  s.systemInfoDue = true;
 }
 
 void ReleaseLibrary() {

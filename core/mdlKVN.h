@@ -29,6 +29,9 @@ struct State {
   std::shared_ptr<clsKVN> MainObject;
   std::shared_ptr<platform::FileSystemObject> SharedFileSystem;
   Text SystemInfoStr;
+  // Start-up leaves the description to be made by the first GetUIDStr, so that a program that
+  // never logs or reports a failure does not pay for the machine queries.
+  bool systemInfoDue = false;
   std::shared_ptr<ui::frmUpdWarn> UpdWarn;
   std::shared_ptr<diagnostics::frmKVL> KVL;
   // Failure chains: how deep HandleFailure is nested, and whether the outer one is writing its

@@ -114,7 +114,7 @@ std::optional<OperatingSystemRecord> queryOperatingSystem() {
   }
   OperatingSystemRecord r;
   r.Name = fromUtf8(*pretty) + u"|/";
-  r.Version = fromUtf8(dottedNumbers(kernelRelease()));
+  r.Version = fromUtf8(kernelRelease());
   return r;
 }
 

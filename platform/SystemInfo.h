@@ -35,7 +35,7 @@ int32_t GetVersionExA(OSVERSIONINFOA& info);
 // The operating system as the system's management service describes it.
 struct OperatingSystemRecord {
   Text Name;     // "product|system folder": the product is os-release's PRETTY_NAME
-  Text Version;  // the kernel release's dotted numbers, e.g. "6.1.23"
+  Text Version;  // the kernel's whole release, e.g. "6.1.0-18-amd64"
   int32_t ServicePackMajorVersion = 0;
   int32_t ServicePackMinorVersion = 0;
 };

@@ -40,6 +40,7 @@ class ReportTest : public DiagnosticsTest {
   void SetUp() override {
     DiagnosticsTest::SetUp();
     mdlKVN::state().SystemInfoStr = u"Testix[zorv]Card\r\n0A-FFFF8086";
+    mdlKVN::state().systemInfoDue = false;
     writeBytes(root / "a.dll", "x");
     writeBytes(root / "B.DLL", "x");
     makeDir(root / "plugins");
