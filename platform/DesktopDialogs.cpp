@@ -2,6 +2,7 @@
 #include "platform/DesktopDialogs.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -14,10 +15,15 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "platform/Clock.h"
+#include "platform/EventPump.h"
 #include "platform/Paths.h"
 
 namespace zrk::platform {
 namespace {
+
+// How long one round of a modal wait lasts at most, in milliseconds.
+constexpr int kPumpTickMs = 10;
 
 bool onPath(const std::string& program) {
   const char* path = std::getenv("PATH");
@@ -131,6 +137,20 @@ std::string readAll(int fd) {
   return all;
 }
 
+// Appends what a non-blocking descriptor holds now; false once it is at its end.
+bool readAvailable(int fd, std::string& to) {
+  char buf[4096];
+  for (;;) {
+    ssize_t n = ::read(fd, buf, sizeof buf);
+    if (n > 0) {
+      to.append(buf, size_t(n));
+      continue;
+    }
+    if (n < 0 && errno == EINTR) continue;
+    return n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);  // more may come; else the end
+  }
+}
+
 // Runs a program to its end; gives its exit status (-1 when it could not run) and what it
 // printed, its errors too when asked.
 int run(const std::vector<std::string>& args, std::string* printed, bool withErrors = false) {
@@ -144,6 +164,35 @@ int run(const std::vector<std::string>& args, std::string* printed, bool withErr
     ::close(child.output);
   }
   return waitFor(child.pid);
+}
+
+// Waits for a child that shows a window while the thread's events go on, as a modal window's
+// message loop keeps them going: each round runs one pass of them, then waits up to one tick for
+// the child to print or end. Gives the exit status and collects what the child printed.
+int waitPumpingEvents(Child& child, std::string& printed) {
+  ::fcntl(child.output, F_SETFL, ::fcntl(child.output, F_GETFL) | O_NONBLOCK);
+  bool outputOpen = true;
+  int status = 0;
+  for (;;) {
+    pid_t done = ::waitpid(child.pid, &status, WNOHANG);
+    if (done == child.pid) break;
+    if (done < 0 && errno != EINTR) {
+      status = -1;
+      break;
+    }
+    pumpHostEvents();
+    if (outputOpen) {
+      pollfd p{child.output, POLLIN, 0};
+      ::poll(&p, 1, kPumpTickMs);
+      outputOpen = readAvailable(child.output, printed);
+    } else {
+      sleepMs(kPumpTickMs);
+    }
+  }
+  ::fcntl(child.output, F_SETFL, ::fcntl(child.output, F_GETFL) & ~O_NONBLOCK);
+  printed += readAll(child.output);
+  ::close(child.output);
+  return status >= 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 // Starts a program that lives on by itself: a shell puts it in the background and ends, so no
@@ -341,7 +390,9 @@ int32_t messageBoxAnswer(int32_t buttons, const std::string& printed) {
 
 int32_t DesktopDialogs::messageBox(TextView text, int32_t buttons, TextView title) {
   std::string printed;
-  int status = run(messageBoxArguments(text, buttons, title), &printed, true);
+  int status = -1;
+  Child child = spawn(messageBoxArguments(text, buttons, title), false, Capture::OutputAndErrors);
+  if (child.pid >= 0) status = waitPumpingEvents(child, printed);
   // zenity ends with 1 after a button of its own or a close. Any other status, or a display it
   // could not open, means that it showed nothing.
   bool shown =

@@ -292,11 +292,15 @@ TEST_F(ReportTest, TrappedFailureWithDeadServer) {
   useDeadHost();
   fakeSleep();
   EXPECT_EQ(probe(), u"");
+  // The report's own failure first, with its own dialog, then the first one's.
   auto shown = dialogs->shown();
-  ASSERT_EQ(shown.size(), 1u);
-  EXPECT_EQ(shown[0].title, u"DLL Error!");
-  EXPECT_EQ(shown[0].buttons, 0);
+  ASSERT_EQ(shown.size(), 2u);
   EXPECT_EQ(shown[0].text,
+            u"Error Line: 12\r\nError 13: Type mismatch\r\nDLL: zrkKVL.dll\r\n"
+            u"Function/Sub: SendErrorReport\r\n\r\nError Report Sent: No");
+  EXPECT_EQ(shown[1].title, u"DLL Error!");
+  EXPECT_EQ(shown[1].buttons, 0);
+  EXPECT_EQ(shown[1].text,
             u"Error Line: 7\r\nError 53: gone\r\nDLL: zrkKVL.dll\r\nFunction/Sub: Probe\r\n\r\n"
             u"Error Report Sent: Failed!");
   // One record for the failure, one for the report that could not be completed.
@@ -357,7 +361,11 @@ TEST_F(ReportTest, FailureInsideTheProcessDumpDoesNotRecurse) {
   CallStandIn failing(u"GetRunningProcesses", failingProcesses);
   probe();
   EXPECT_EQ(gProcessCalls, 1);
-  EXPECT_EQ(dialogs->shown().size(), 1u);
+  // The process list's failure is shown, but not logged inside the record it interrupted.
+  auto shown = dialogs->shown();
+  ASSERT_EQ(shown.size(), 2u);
+  EXPECT_NE(shown[0].text.find(u"Function/Sub: GetRunningProcesses"), Text::npos);
+  EXPECT_NE(shown[1].text.find(u"Function/Sub: Probe"), Text::npos);
   std::string log = errorLog();
   EXPECT_EQ(count(log, "Error Start"), 1u);
   EXPECT_NE(log.find("Function: Probe\r\n"), std::string::npos);
