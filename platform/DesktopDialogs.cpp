@@ -1,4 +1,5 @@
-// The desktop dialog backend over zenity, xdotool and xdg-open, run as child processes.
+// The desktop dialog backend over zenity, xdotool, xdg-open and the browser, run as child
+// processes, and the form window of X11TextWindow.
 #include "platform/DesktopDialogs.h"
 
 #include <fcntl.h>
@@ -10,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -18,6 +20,7 @@
 #include "platform/Clock.h"
 #include "platform/EventPump.h"
 #include "platform/Paths.h"
+#include "platform/X11TextWindow.h"
 
 namespace zrk::platform {
 namespace {
@@ -292,6 +295,19 @@ class DesktopWindow : public TextWindow {
 
  private:
   void launch(TextView text) {
+    text_ = Text(text);
+    X11Child native = startX11TextWindow(layout_);
+    if (native.pid >= 0) {
+      child_.pid = native.pid;
+      child_.input = native.input;
+      sendAll(child_.input, displayText(text));
+      return;
+    }
+    launchDialogTool(text);
+  }
+
+  // The fallback: a zenity text window, whose OK button closes it.
+  void launchDialogTool(TextView text) {
     style_ = std::make_unique<StyleFolder>(layout_);
     child_ = spawn({"zenity", "--text-info", "--title=" + toUtf8(layout_.caption),
                     "--width=" + std::to_string(pixels(layout_.clientWidth)),
@@ -418,21 +434,84 @@ std::shared_ptr<TextWindow> DesktopDialogs::showTextWindow(const FormLayout& lay
   return std::make_shared<DesktopWindow>(layout, text);
 }
 
+namespace {
+
+bool isHtmlFile(const std::string& path) {
+  size_t dot = path.rfind('.');
+  if (dot == std::string::npos || path.find('/', dot) != std::string::npos) return false;
+  std::string ext = path.substr(dot + 1);
+  for (char& c : ext)
+    c = char(std::tolower(static_cast<unsigned char>(c)));
+  return ext == "htm" || ext == "html" || ext == "xhtml";
+}
+
+// Bytes of a file URL: unreserved characters and those in `keep` as they are, the rest
+// percent-encoded.
+std::string percentEncoded(std::string_view bytes, std::string_view keep) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  std::string out;
+  for (unsigned char c : bytes) {
+    if (std::isalnum(c) || std::string_view("-._~").find(char(c)) != std::string_view::npos ||
+        keep.find(char(c)) != std::string_view::npos) {
+      out += char(c);
+    } else {
+      out += '%';
+      out += kHex[c >> 4];
+      out += kHex[c & 15];
+    }
+  }
+  return out;
+}
+
+std::string fileUrl(const std::string& path, std::string_view fragment) {
+  std::string url = "file://" + percentEncoded(path, "/");
+  if (!fragment.empty()) url += "#" + percentEncoded(fragment, "/?!$&'()*+,;=:@");
+  return url;
+}
+
+// The program that opens a web address with its fragment: the user's browser ($BROWSER, the
+// first of its list), else the system's, else the desktop's opener (which may drop the
+// fragment).
+std::string browser() {
+  if (const char* b = std::getenv("BROWSER"); b && *b) {
+    std::string first(b);
+    first = first.substr(0, first.find(':'));
+    if (!first.empty() && onPath(first)) return first;
+  }
+  for (const char* p : {"x-www-browser", "sensible-browser"}) {
+    if (onPath(p)) return p;
+  }
+  return "xdg-open";
+}
+
+}  // namespace
+
 std::string helpTarget(TextView file, TextView topic) {
   struct stat st;
   std::string native = nativePath(file);
   if (::stat(native.c_str(), &st) != 0) return "";
-  if (S_ISDIR(st.st_mode) && !topic.empty()) {
-    std::string page = nativePath(Text(file) + u"/" + Text(topic));
-    if (::stat(page.c_str(), &st) == 0) return page;
+  std::string name = toUtf8(topic), fragment;
+  if (size_t hash = name.find('#'); hash != std::string::npos) {
+    fragment = name.substr(hash + 1);
+    name.erase(hash);
+  }
+  if (S_ISDIR(st.st_mode) && !name.empty()) {
+    std::string page = nativePath(Text(file) + u"/" + fromUtf8(name));
+    if (::stat(page.c_str(), &st) == 0) return fragment.empty() ? page : fileUrl(page, fragment);
+  }
+  // A page's topic is a place in it; a help file of another kind opens at its start.
+  if (S_ISREG(st.st_mode) && !topic.empty() && isHtmlFile(native)) {
+    return fileUrl(native, toUtf8(topic));
   }
   return native;
 }
 
 void DesktopDialogs::showHelp(TextView file, TextView topic) {
   std::string target = helpTarget(file, topic);
-  if (target.empty() || !onPath("xdg-open")) return;
-  runDetached({"xdg-open", target});
+  if (target.empty()) return;
+  std::string viewer = target.rfind("file://", 0) == 0 ? browser() : "xdg-open";
+  if (!onPath(viewer)) return;
+  runDetached({viewer, target});
 }
 
 }  // namespace zrk::platform
