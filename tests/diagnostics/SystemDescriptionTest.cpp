@@ -4,10 +4,12 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <optional>
 
 #include "core/mdlKVN.h"
 #include "diagnostics/SystemDescription.h"
+#include "platform/Clock.h"
 #include "platform/SystemInfo.h"
 #include "platform/SystemQuery.h"
 #include "support/TestSupport.h"
@@ -405,6 +407,17 @@ TEST(FormatByteSize, DecimalMarkFollowsTheNumericLocale) {
                          {"LANG", c.lang}};
     EXPECT_EQ(diagnostics::FormatByteSize(Variant(1572864.0)), c.text);
   }
+}
+
+TEST(TickCount, CountsFromBootWithSuspendedTimeIncluded) {
+  // /proc/uptime counts from boot with the time the machine was suspended, as ticks must.
+  std::ifstream in("/proc/uptime");
+  double seconds = 0;
+  ASSERT_TRUE(in >> seconds);
+  uint32_t ticks = platform::tickCount();
+  uint32_t uptime = uint32_t(uint64_t(seconds * 1000));
+  int64_t drift = int32_t(ticks - uptime);  // the tick count wraps at 2^32
+  EXPECT_LT(std::llabs(drift), 2000) << ticks << " ticks, " << uptime << " ms since boot";
 }
 
 TEST(LargeToCount, LittleEndianUnsigned) {
