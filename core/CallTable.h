@@ -34,6 +34,9 @@ struct CallRegistrar {
   CallRegistrar(std::initializer_list<std::pair<TextView, CallFn>> entries);
 };
 
+// Fails as the value behind `F` did when a call by name passed no object for it.
+inline void requireObject(Dispatch& F);
+
 // A FailureInfo as an object with Number and Description, for calls by name.
 Variant failureObject(const FailureInfo& info);
 FailureInfo failureFromObject(const Variant& v);
@@ -96,11 +99,35 @@ struct Param<T&> {  // by reference
   static void writeBack(Store& s, Variant* v) { *v = Variant(s); }
 };
 
+// Stands for an object argument whose value holds none: every use fails as taking the object from
+// that value fails, so the method's own frame reports it at the first step that touches it.
+class NoObject : public Dispatch {
+ public:
+  explicit NoObject(int32_t number) : number_(number) {}
+  int32_t number() const { return number_; }
+  Variant invoke(TextView, CallKind, std::vector<Variant>&) override { throw Failure(number_); }
+
+ private:
+  int32_t number_;
+};
+
 template <>
 struct Param<Dispatch&> {  // an object
-  using Store = Dispatch*;
-  static Store load(Variant* v) { return &required(v).object(); }
-  static Dispatch& pass(Store& s) { return *s; }
+  struct Store {
+    Dispatch* object = nullptr;
+    std::optional<NoObject> none;
+  };
+  static Store load(Variant* v) {
+    const Variant& value = required(v);
+    Store s;
+    try {
+      s.object = &value.object();
+    } catch (const Failure& f) {
+      s.none.emplace(f.number());
+    }
+    return s;
+  }
+  static Dispatch& pass(Store& s) { return s.object ? *s.object : *s.none; }
   static void writeBack(Store&, Variant*) {}
 };
 
@@ -135,14 +162,20 @@ Variant invokeMethod(clsKVN& self, R (clsKVN::*method)(P...), std::vector<Varian
   auto arg = [&](size_t i) { return i < args.size() ? &args[i] : nullptr; };
   std::tuple<typename Param<P>::Store...> stores{Param<P>::load(arg(I))...};
   auto writeBack = [&] { (Param<P>::writeBack(std::get<I>(stores), arg(I)), ...); };
-  if constexpr (std::is_void_v<R>) {
-    (self.*method)(Param<P>::pass(std::get<I>(stores))...);
+  // A method that fails keeps what it already did to its by-reference arguments.
+  try {
+    if constexpr (std::is_void_v<R>) {
+      (self.*method)(Param<P>::pass(std::get<I>(stores))...);
+      writeBack();
+      return Variant();
+    } else {
+      R result = (self.*method)(Param<P>::pass(std::get<I>(stores))...);
+      writeBack();
+      return Variant(std::move(result));
+    }
+  } catch (...) {
     writeBack();
-    return Variant();
-  } else {
-    R result = (self.*method)(Param<P>::pass(std::get<I>(stores))...);
-    writeBack();
-    return Variant(std::move(result));
+    throw;
   }
 }
 
@@ -169,4 +202,9 @@ Variant variable(clsKVN& self, Dispatch::CallKind kind, std::vector<Variant>& ar
 }
 
 }  // namespace calls
+
+inline void requireObject(Dispatch& F) {
+  if (auto* none = dynamic_cast<calls::NoObject*>(&F)) throw Failure(none->number());
+}
+
 }  // namespace zrk

@@ -6,6 +6,7 @@
 #include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "platform/Dialogs.h"
+#include "platform/EventPump.h"
 #include "platform/FileSystemObject.h"
 #include "platform/LibraryFolder.h"
 #include "ui/frmUpdWarn.h"
@@ -24,16 +25,16 @@ Variant callMainObject(TextView name, std::vector<Variant> args) {
 
 void logFailure(TextView text, const FailureInfo& failure, int32_t line) {
   State& s = state();
-  bool outer = s.writingLog;
-  s.writingLog = true;
+  bool outer = s.chain.writingLog;
+  s.chain.writingLog = true;
   try {
     callMainObject(u"LogError", {Variant(Text(u"zrkKVL.dll")), Variant(Text(text)),
                                  failureObject(failure), Variant(line)});
   } catch (...) {
-    s.writingLog = outer;
+    s.chain.writingLog = outer;
     throw;
   }
-  s.writingLog = outer;
+  s.chain.writingLog = outer;
 }
 
 Variant reportRecord(const Text& number, const Text& description, TextView text, int32_t line) {
@@ -48,10 +49,38 @@ Variant reportRecord(const Text& number, const Text& description, TextView text,
   return Variant(std::move(rec));
 }
 
-struct DepthGuard {
-  explicit DepthGuard(State& s) : s_(s) { ++s_.handlingDepth; }
-  ~DepthGuard() { --s_.handlingDepth; }
+// One failure's place in the chain: the first failure of a chain starts it (and a failure in
+// code that host event processing runs starts a chain of its own); a failure inside the
+// operations the chain calls joins it. The chain that was under way is back afterwards.
+class ChainLink {
+ public:
+  explicit ChainLink(State& s) : s_(s), outer_(s.chain) {
+    int hostEvents = platform::hostEventDepth();
+    joined_ = s.chain.depth > 0 && s.chain.hostEvents == hostEvents;
+    if (!joined_) s.chain = State::Chain{0, hostEvents, false};
+    ++s.chain.depth;
+    ++s.handlingDepth;
+  }
+  ~ChainLink() {
+    --s_.handlingDepth;
+    if (joined_) {
+      --s_.chain.depth;
+    } else {
+      s_.chain = outer_;
+    }
+  }
+  ChainLink(const ChainLink&) = delete;
+  ChainLink& operator=(const ChainLink&) = delete;
+
+  // Whether this failure arose inside the chain's own operations.
+  bool joined() const { return joined_; }
+  // Whether it arose while the chain's outer failure wrote its log record.
+  bool duringLog() const { return joined_ && outer_.writingLog; }
+
+ private:
   State& s_;
+  State::Chain outer_;
+  bool joined_ = false;
 };
 
 }  // namespace
@@ -77,7 +106,7 @@ void Main() {
   s.MainObject = std::make_shared<clsKVN>();
   s.UpdWarn = std::make_shared<ui::frmUpdWarn>();
   s.UpdWarn->Load();
-  callMainObject(u"SetUIDStr", {});
+  s.systemInfoDue = true;
 }
 
 void ReleaseLibrary() {
@@ -96,13 +125,15 @@ void HandleFailure(TextView text, FailureInfo failure, int32_t line) {
   State& s = state();
   Text message = FailureMessage(failure, line, text);
   Text number = decimal(failure.Number), description = failure.Description;
-  if (s.handlingDepth > 0) {
-    // A failure while another is being handled: its record only, and none while the outer one
-    // writes its own, so a failing report or log ends instead of calling itself again.
-    if (!s.writingLog) logFailure(text, failure, line);
+  ChainLink link(s);
+  if (link.joined()) {
+    // A failure of the chain's own logging, settings or report: logged (except while the outer
+    // record is written, which would log without end) and shown, but no report, so a report
+    // that can't be completed ends in false for the outer failure.
+    if (!link.duringLog()) logFailure(text, failure, line);
+    ShowMessageBox(message + u"\r\n\r\nError Report Sent: No", 0, u"DLL Error!");
     return;
   }
-  DepthGuard guard(s);
   logFailure(text, failure, line);
   Text settings = s.RootPath + u"/settings/config.ini";
   Text setting = callMainObject(u"GetIniKey", {Variant(Text(u"Settings")),

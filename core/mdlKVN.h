@@ -29,12 +29,20 @@ struct State {
   std::shared_ptr<clsKVN> MainObject;
   std::shared_ptr<platform::FileSystemObject> SharedFileSystem;
   Text SystemInfoStr;
+  // Start-up leaves the description to be made by the first GetUIDStr, so that a program that
+  // never logs or reports a failure does not pay for the machine queries.
+  bool systemInfoDue = false;
   std::shared_ptr<ui::frmUpdWarn> UpdWarn;
   std::shared_ptr<diagnostics::frmKVL> KVL;
-  // Failure chains: how deep HandleFailure is nested, and whether the outer one is writing its
-  // own log record.
+  // How many HandleFailure calls are under way on this thread, of any chain.
   int handlingDepth = 0;
-  bool writingLog = false;
+  // The failure chain under way: how deep HandleFailure is nested in it, at which depth of host
+  // event processing it began, and whether its outer failure is writing its own log record.
+  struct Chain {
+    int depth = 0;
+    int hostEvents = 0;
+    bool writingLog = false;
+  } chain;
 };
 
 // This thread's state.

@@ -1,6 +1,7 @@
 // SendErrorReport: one failure as an HTTP POST to the report endpoint, and the wait for its answer.
 #include "diagnostics/ErrorReport.h"
 
+#include <optional>
 #include <vector>
 
 #include <zrkKVL/clsKVN.h>
@@ -11,6 +12,7 @@
 #include "diagnostics/frmKVL.h"
 #include "platform/Clock.h"
 #include "platform/FileSystemObject.h"
+#include "platform/SharedObject.h"
 #include "platform/WebTransfer.h"
 
 namespace zrk {
@@ -21,7 +23,37 @@ bool isLibraryFile(const Text& name) {
   return name.size() >= 4 && name.compare(name.size() - 4, 4, u".dll") == 0;
 }
 
+// "libstats.so" or "libstats.so.2.1": the version behind ".so." (digits and points), or empty.
+std::optional<Text> sharedObjectVersion(TextView name) {
+  size_t so = name.rfind(u".so");
+  if (so == TextView::npos || so == 0) return std::nullopt;
+  TextView rest = name.substr(so + 3);
+  if (rest.empty()) return Text();
+  if (rest.size() < 2 || rest[0] != u'.' || rest[1] == u'.' || rest.back() == u'.') {
+    return std::nullopt;
+  }
+  for (char16_t c : rest.substr(1)) {
+    if (c != u'.' && (c < u'0' || c > u'9')) return std::nullopt;
+  }
+  return Text(rest.substr(1));
+}
+
 }  // namespace
+
+bool isPluginFile(TextView name) {
+  return isLibraryFile(Text(name)) || sharedObjectVersion(name).has_value();
+}
+
+Text pluginVersion(TextView folder, TextView name) {
+  Text path = Text(folder) + u"/" + Text(name);
+  std::optional<Text> fromName = sharedObjectVersion(name);
+  if (!fromName) return mdlKVN::SharedFileSystem().GetFileVersion(path);
+  if (!fromName->empty()) return *fromName;
+  // A plain "x.so" takes the version of the name it was linked under.
+  std::optional<std::string> soname = platform::sharedObjectName(path);
+  if (!soname) return Text();
+  return sharedObjectVersion(fromUtf8(*soname)).value_or(Text());
+}
 
 Text joinReportFields(const std::array<Text, 15>& fields) {
   Text joined = fields[0];
@@ -39,9 +71,7 @@ Text libraryFileList(TextView root) {
       list += u"|" + name + u" " + fso.GetFileVersion(rootFolder + u"/" + name);
   }
   for (const Text& name : fso.GetFolder(plugins).FileNames) {
-    if (isLibraryFile(name)) {
-      list += u"|/Plugins/" + name + u" " + fso.GetFileVersion(plugins + u"/" + name);
-    }
+    if (isPluginFile(name)) list += u"|\\Plugins\\" + name + u" " + pluginVersion(plugins, name);
   }
   return list;
 }

@@ -21,9 +21,16 @@ inline constexpr uint32_t kTickMs = 10;
 // The 15 fields joined by the separator; field 14 stays empty, so the text ends in one.
 Text joinReportFields(const std::array<Text, 15>& fields);
 
-// The library files of `root` and of its "Plugins" folder: "|name version" and
-// "|/Plugins/name version", for names ending in ".dll" exactly.
+// The library files of `root` and the plug-ins of its "Plugins" folder: "|name version" and
+// "|\Plugins\name version" (that separator, as the report's readers expect it), for names ending
+// in ".dll" exactly and, among the plug-ins, shared objects too.
 Text libraryFileList(TextView root);
+
+// A plug-in's file name: "x.dll", or a shared object "x.so" or "x.so.1.2" (case counts).
+bool isPluginFile(TextView name);
+// A plug-in's version: a shared object's from its name, else from the name it was linked under
+// (SONAME); a library file's from its version record.
+Text pluginVersion(TextView folder, TextView name);
 
 // Waits for the answer in two stages sharing one tick count: while the control runs, then until
 // the form has read an answer. Each tick sleeps, and every tick but the last pumps events.

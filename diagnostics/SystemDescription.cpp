@@ -21,6 +21,15 @@ namespace zrk {
 namespace diagnostics {
 namespace {
 
+// The build: the version's third part and, where a kernel release has more parts
+// ("5.15.0-1051.56-aws"), the rest with its points, so that the release is kept whole.
+Text buildText(const std::vector<Text>& versionParts) {
+  Text build = versionParts.at(2);
+  for (size_t i = 3; i < versionParts.size(); ++i)
+    build += u"." + versionParts[i];
+  return build;
+}
+
 // Steps 1 to 4 of the description: product name, version, build, service pack.
 Text operatingSystemText() {
   Text os;
@@ -32,7 +41,7 @@ Text operatingSystemText() {
   stepOver([&] {
     std::vector<Text> v = split(r.Version, u".");
     Text d(kFieldDelimiter);
-    os = Text(os) + d + v.at(0) + u"." + v.at(1) + d + v.at(2) + d +
+    os = Text(os) + d + v.at(0) + u"." + v.at(1) + d + buildText(v) + d +
          decimal(r.ServicePackMajorVersion) + u"." + decimal(r.ServicePackMinorVersion);
   });
   return os;
@@ -69,9 +78,8 @@ Text formatTwoDecimals(double value) {
   while (hundredths.size() < 3)
     hundredths.insert(hundredths.begin(), '0');
   bool zero = hundredths.find_first_not_of('0') == std::string::npos;
-  std::string out = (value < 0 && !zero ? "-" : "") + hundredths.substr(0, hundredths.size() - 2) +
-                    "." + hundredths.substr(hundredths.size() - 2);
-  return ascii(out);
+  std::string whole = (value < 0 && !zero ? "-" : "") + hundredths.substr(0, hundredths.size() - 2);
+  return ascii(whole) + platform::decimalMark() + ascii(hundredths.substr(hundredths.size() - 2));
 }
 
 Text FormatByteSize(const Variant& size) {
@@ -97,6 +105,7 @@ uint64_t LargeToCount(const std::array<uint8_t, 8>& raw) {
 
 Text clsKVN::SetUIDStr() {
   Text result;
+  mdlKVN::state().systemInfoDue = false;
   Text text = diagnostics::operatingSystemText();
   Text processor;
   stepOver([&] {
@@ -121,6 +130,12 @@ Text clsKVN::SetUIDStr() {
 
 Text clsKVN::GetUIDStr() {
   return noTrap([&] {
+    // The description is made when it is first asked for, not at start-up.
+    mdlKVN::State& s = mdlKVN::state();
+    if (s.systemInfoDue) {
+      s.systemInfoDue = false;
+      SetUIDStr();
+    }
     Text key = u"SOFTWARE\\Microsoft\\DirectX", name = u"Version";
     return mdlKVN::state().SystemInfoStr + Text(diagnostics::kFieldDelimiter) +
            GetRegistryString(key, name).toText();

@@ -18,8 +18,8 @@ Text FormatByteSize(const Variant& size);
 // Eight little-endian bytes of an unsigned count as the count.
 uint64_t LargeToCount(const std::array<uint8_t, 8>& raw);
 
-// A double in the format "#0.00": at least one digit before the point, two behind, rounded half
-// away from zero on the number's 15-digit decimal form.
+// A double in the format "#0.00": at least one digit before the locale's decimal mark, two behind,
+// rounded half away from zero on the number's 15-digit decimal form.
 Text formatTwoDecimals(double value);
 
 }  // namespace zrk::diagnostics

@@ -22,8 +22,9 @@ F current(const F& f) {
 
 uint32_t tickCount() {
   if (auto f = current(gTicks)) return f();
+  // Since boot, time spent suspended included, as the tick count counts it.
   timespec ts;
-  ::clock_gettime(CLOCK_MONOTONIC, &ts);
+  ::clock_gettime(CLOCK_BOOTTIME, &ts);
   return static_cast<uint32_t>(uint64_t(ts.tv_sec) * 1000 + uint64_t(ts.tv_nsec) / 1000000);
 }
 

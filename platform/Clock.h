@@ -8,7 +8,8 @@
 
 namespace zrk::platform {
 
-// Milliseconds since boot, wrapping at 2^32, as the platform's tick count.
+// Milliseconds since boot, suspended time included, wrapping at 2^32, as the platform's tick
+// count.
 uint32_t tickCount();
 // Blocks the calling thread for `ms` milliseconds.
 void sleepMs(uint32_t ms);

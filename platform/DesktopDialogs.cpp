@@ -1,7 +1,9 @@
-// The desktop dialog backend over zenity, xdotool and xdg-open, run as child processes.
+// The desktop dialog backend over zenity, xdotool, xdg-open and the browser, run as child
+// processes, and the form window of X11TextWindow.
 #include "platform/DesktopDialogs.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -9,15 +11,22 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
 
+#include "platform/Clock.h"
+#include "platform/EventPump.h"
 #include "platform/Paths.h"
+#include "platform/X11TextWindow.h"
 
 namespace zrk::platform {
 namespace {
+
+// How long one round of a modal wait lasts at most, in milliseconds.
+constexpr int kPumpTickMs = 10;
 
 bool onPath(const std::string& program) {
   const char* path = std::getenv("PATH");
@@ -131,6 +140,20 @@ std::string readAll(int fd) {
   return all;
 }
 
+// Appends what a non-blocking descriptor holds now; false once it is at its end.
+bool readAvailable(int fd, std::string& to) {
+  char buf[4096];
+  for (;;) {
+    ssize_t n = ::read(fd, buf, sizeof buf);
+    if (n > 0) {
+      to.append(buf, size_t(n));
+      continue;
+    }
+    if (n < 0 && errno == EINTR) continue;
+    return n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);  // more may come; else the end
+  }
+}
+
 // Runs a program to its end; gives its exit status (-1 when it could not run) and what it
 // printed, its errors too when asked.
 int run(const std::vector<std::string>& args, std::string* printed, bool withErrors = false) {
@@ -144,6 +167,35 @@ int run(const std::vector<std::string>& args, std::string* printed, bool withErr
     ::close(child.output);
   }
   return waitFor(child.pid);
+}
+
+// Waits for a child that shows a window while the thread's events go on, as a modal window's
+// message loop keeps them going: each round runs one pass of them, then waits up to one tick for
+// the child to print or end. Gives the exit status and collects what the child printed.
+int waitPumpingEvents(Child& child, std::string& printed) {
+  ::fcntl(child.output, F_SETFL, ::fcntl(child.output, F_GETFL) | O_NONBLOCK);
+  bool outputOpen = true;
+  int status = 0;
+  for (;;) {
+    pid_t done = ::waitpid(child.pid, &status, WNOHANG);
+    if (done == child.pid) break;
+    if (done < 0 && errno != EINTR) {
+      status = -1;
+      break;
+    }
+    pumpHostEvents();
+    if (outputOpen) {
+      pollfd p{child.output, POLLIN, 0};
+      ::poll(&p, 1, kPumpTickMs);
+      outputOpen = readAvailable(child.output, printed);
+    } else {
+      sleepMs(kPumpTickMs);
+    }
+  }
+  ::fcntl(child.output, F_SETFL, ::fcntl(child.output, F_GETFL) & ~O_NONBLOCK);
+  printed += readAll(child.output);
+  ::close(child.output);
+  return status >= 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 // Starts a program that lives on by itself: a shell puts it in the background and ends, so no
@@ -243,6 +295,19 @@ class DesktopWindow : public TextWindow {
 
  private:
   void launch(TextView text) {
+    text_ = Text(text);
+    X11Child native = startX11TextWindow(layout_);
+    if (native.pid >= 0) {
+      child_.pid = native.pid;
+      child_.input = native.input;
+      sendAll(child_.input, displayText(text));
+      return;
+    }
+    launchDialogTool(text);
+  }
+
+  // The fallback: a zenity text window, whose OK button closes it.
+  void launchDialogTool(TextView text) {
     style_ = std::make_unique<StyleFolder>(layout_);
     child_ = spawn({"zenity", "--text-info", "--title=" + toUtf8(layout_.caption),
                     "--width=" + std::to_string(pixels(layout_.clientWidth)),
@@ -341,7 +406,9 @@ int32_t messageBoxAnswer(int32_t buttons, const std::string& printed) {
 
 int32_t DesktopDialogs::messageBox(TextView text, int32_t buttons, TextView title) {
   std::string printed;
-  int status = run(messageBoxArguments(text, buttons, title), &printed, true);
+  int status = -1;
+  Child child = spawn(messageBoxArguments(text, buttons, title), false, Capture::OutputAndErrors);
+  if (child.pid >= 0) status = waitPumpingEvents(child, printed);
   // zenity ends with 1 after a button of its own or a close. Any other status, or a display it
   // could not open, means that it showed nothing.
   bool shown =
@@ -367,21 +434,84 @@ std::shared_ptr<TextWindow> DesktopDialogs::showTextWindow(const FormLayout& lay
   return std::make_shared<DesktopWindow>(layout, text);
 }
 
+namespace {
+
+bool isHtmlFile(const std::string& path) {
+  size_t dot = path.rfind('.');
+  if (dot == std::string::npos || path.find('/', dot) != std::string::npos) return false;
+  std::string ext = path.substr(dot + 1);
+  for (char& c : ext)
+    c = char(std::tolower(static_cast<unsigned char>(c)));
+  return ext == "htm" || ext == "html" || ext == "xhtml";
+}
+
+// Bytes of a file URL: unreserved characters and those in `keep` as they are, the rest
+// percent-encoded.
+std::string percentEncoded(std::string_view bytes, std::string_view keep) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  std::string out;
+  for (unsigned char c : bytes) {
+    if (std::isalnum(c) || std::string_view("-._~").find(char(c)) != std::string_view::npos ||
+        keep.find(char(c)) != std::string_view::npos) {
+      out += char(c);
+    } else {
+      out += '%';
+      out += kHex[c >> 4];
+      out += kHex[c & 15];
+    }
+  }
+  return out;
+}
+
+std::string fileUrl(const std::string& path, std::string_view fragment) {
+  std::string url = "file://" + percentEncoded(path, "/");
+  if (!fragment.empty()) url += "#" + percentEncoded(fragment, "/?!$&'()*+,;=:@");
+  return url;
+}
+
+// The program that opens a web address with its fragment: the user's browser ($BROWSER, the
+// first of its list), else the system's, else the desktop's opener (which may drop the
+// fragment).
+std::string browser() {
+  if (const char* b = std::getenv("BROWSER"); b && *b) {
+    std::string first(b);
+    first = first.substr(0, first.find(':'));
+    if (!first.empty() && onPath(first)) return first;
+  }
+  for (const char* p : {"x-www-browser", "sensible-browser"}) {
+    if (onPath(p)) return p;
+  }
+  return "xdg-open";
+}
+
+}  // namespace
+
 std::string helpTarget(TextView file, TextView topic) {
   struct stat st;
   std::string native = nativePath(file);
   if (::stat(native.c_str(), &st) != 0) return "";
-  if (S_ISDIR(st.st_mode) && !topic.empty()) {
-    std::string page = nativePath(Text(file) + u"/" + Text(topic));
-    if (::stat(page.c_str(), &st) == 0) return page;
+  std::string name = toUtf8(topic), fragment;
+  if (size_t hash = name.find('#'); hash != std::string::npos) {
+    fragment = name.substr(hash + 1);
+    name.erase(hash);
+  }
+  if (S_ISDIR(st.st_mode) && !name.empty()) {
+    std::string page = nativePath(Text(file) + u"/" + fromUtf8(name));
+    if (::stat(page.c_str(), &st) == 0) return fragment.empty() ? page : fileUrl(page, fragment);
+  }
+  // A page's topic is a place in it; a help file of another kind opens at its start.
+  if (S_ISREG(st.st_mode) && !topic.empty() && isHtmlFile(native)) {
+    return fileUrl(native, toUtf8(topic));
   }
   return native;
 }
 
 void DesktopDialogs::showHelp(TextView file, TextView topic) {
   std::string target = helpTarget(file, topic);
-  if (target.empty() || !onPath("xdg-open")) return;
-  runDetached({"xdg-open", target});
+  if (target.empty()) return;
+  std::string viewer = target.rfind("file://", 0) == 0 ? browser() : "xdg-open";
+  if (!onPath(viewer)) return;
+  runDetached({viewer, target});
 }
 
 }  // namespace zrk::platform

@@ -1,5 +1,5 @@
-// The desktop dialog backend: real windows through zenity, placed and measured with xdotool,
-// help opened with the desktop's viewer (xdg-open).
+// The desktop dialog backend: message boxes through zenity, the form window through Xlib, help
+// opened with the browser or the desktop's viewer.
 #pragma once
 
 #include <atomic>
@@ -20,10 +20,11 @@ class DesktopDialogs : public DialogBackend {
   int32_t messageBox(TextView text, int32_t buttons, TextView title) override;
   // Measured once with xdotool; the default width when that cannot be done.
   int32_t screenWidthTwips() override;
-  // A zenity text window fed through its standard input, so that later text is added while it
-  // stays where it is; moved to the form's place with xdotool when that is installed.
+  // A plain X11 window with the form's text box and no buttons (X11TextWindow.h); where that
+  // can't be made, a zenity text window moved to the form's place with xdotool. Either is fed
+  // through a socket, so that later text is added while it stays where it is.
   std::shared_ptr<TextWindow> showTextWindow(const FormLayout& layout, TextView text) override;
-  // Opens the help file, or the topic's page inside a help folder, with xdg-open.
+  // Opens the help file at its topic: a file address goes to the browser, a file to xdg-open.
   void showHelp(TextView file, TextView topic) override;
 
  private:
@@ -35,8 +36,9 @@ std::vector<std::string> messageBoxArguments(TextView text, int32_t buttons, Tex
 // The answer by what a zenity message dialog printed: a line with the label of the button
 // pressed, or none when the window was closed.
 int32_t messageBoxAnswer(int32_t buttons, const std::string& printed);
-// The file to open for a help topic: the page inside a help folder when it exists, else the file;
-// empty when the file is missing.
+// What to open for a help topic: the page inside a help folder when it exists (a "#place" behind
+// its name kept as the address's fragment), an HTML file as a file address at "#topic", else the
+// file itself; empty when the file is missing.
 std::string helpTarget(TextView file, TextView topic);
 
 }  // namespace zrk::platform

@@ -1,6 +1,8 @@
 // Read-only stand-in for the machine part of the registry, with the calls of the ANSI interface.
 // It holds one key per processor, "HARDWARE\DESCRIPTION\System\CentralProcessor\<n>", with
-// ProcessorNameString and VendorIdentifier (text) and ~MHz (32-bit number) from /proc/cpuinfo.
+// ProcessorNameString and VendorIdentifier (text) and ~MHz (32-bit number) from /proc/cpuinfo,
+// on every architecture: the model line where there is one, else the Arm core named from its
+// numbers; the speed from cpufreq where /proc/cpuinfo has none.
 #pragma once
 
 #include <cstdint>

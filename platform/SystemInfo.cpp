@@ -1,6 +1,8 @@
 // System queries over /etc/os-release, uname and a fixed map of shell folders.
 #include "platform/SystemInfo.h"
 
+#include <langinfo.h>
+#include <locale.h>
 #include <sys/utsname.h>
 
 #include <cctype>
@@ -112,7 +114,7 @@ std::optional<OperatingSystemRecord> queryOperatingSystem() {
   }
   OperatingSystemRecord r;
   r.Name = fromUtf8(*pretty) + u"|/";
-  r.Version = fromUtf8(dottedNumbers(kernelRelease()));
+  r.Version = fromUtf8(kernelRelease());
   return r;
 }
 
@@ -125,6 +127,14 @@ std::string kernelRelease() {
 std::string machineName() {
   utsname u;
   return ::uname(&u) == 0 ? u.machine : "";
+}
+
+Text decimalMark() {
+  locale_t numeric = ::newlocale(LC_NUMERIC_MASK, "", locale_t(0));
+  if (!numeric) return u".";
+  Text mark = fromUtf8(::nl_langinfo_l(RADIXCHAR, numeric));
+  ::freelocale(numeric);
+  return mark.empty() ? Text(u".") : mark;
 }
 
 int32_t SHGetSpecialFolderLocation(int32_t ownerWindow, int32_t folder,

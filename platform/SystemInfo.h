@@ -35,7 +35,7 @@ int32_t GetVersionExA(OSVERSIONINFOA& info);
 // The operating system as the system's management service describes it.
 struct OperatingSystemRecord {
   Text Name;     // "product|system folder": the product is os-release's PRETTY_NAME
-  Text Version;  // the kernel release's dotted numbers, e.g. "6.1.23"
+  Text Version;  // the kernel's whole release, e.g. "6.1.0-18-amd64"
   int32_t ServicePackMajorVersion = 0;
   int32_t ServicePackMinorVersion = 0;
 };
@@ -47,6 +47,10 @@ std::optional<std::string> osReleaseValue(std::string_view key);
 // uname's fields: the kernel release ("6.1.0-18-amd64") and the machine ("x86_64").
 std::string kernelRelease();
 std::string machineName();
+
+// The decimal mark of the user's numeric locale (LC_ALL, LC_NUMERIC, LANG, as the environment
+// names it); "." where none is named or it cannot be loaded.
+Text decimalMark();
 
 // Shell folders by their ids; 38 is the program files folder, /opt here.
 inline constexpr int32_t CSIDL_PROGRAM_FILES = 38;

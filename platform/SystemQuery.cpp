@@ -135,9 +135,16 @@ std::string pciDeviceName(std::string_view database, uint16_t vendor, uint16_t d
   return vendorName + " " + deviceName;
 }
 
+AdapterIdentifier basicDisplayAdapter() {
+  AdapterIdentifier id;
+  std::copy(kBasicDisplayAdapter.begin(), kBasicDisplayAdapter.end(), id.Description.begin());
+  id.DeviceIdentifier.Data4[1] = 0x03;  // the display class, and nothing else known
+  return id;
+}
+
 AdapterIdentifier defaultAdapterIdentifier() {
   auto dev = displayDevice();
-  if (!dev) throw Failure(err::CantCreateObject);
+  if (!dev) return basicDisplayAdapter();
   uint16_t vendor = uint16_t(hexAttribute(dev->path, "vendor"));
   uint16_t device = uint16_t(hexAttribute(dev->path, "device"));
   auto database = pciDatabase();

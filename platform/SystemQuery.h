@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include <zrkKVL/Text.h>
 
@@ -30,8 +31,14 @@ struct AdapterIdentifier {
 // The default graphics adapter: the PCI display device (the boot VGA one, else the first), named
 // from the PCI id database when one is installed. Its identifier packs vendor and device (Data1),
 // subsystem vendor (Data2), subsystem device (Data3), then revision and class code (Data4).
-// Failure 429 when the machine has no display device.
+// A machine with no display device (a headless server, a board without PCI) answers with the
+// basic display adapter, so that a description never loses the fields before the adapter.
 AdapterIdentifier defaultAdapterIdentifier();
+
+// The stand-in adapter of a machine without one: this name, no vendor, device or subsystem, and
+// only the display class in its class code.
+inline constexpr std::string_view kBasicDisplayAdapter = "Basic Display Adapter";
+AdapterIdentifier basicDisplayAdapter();
 
 // The adapter's name from a PCI id database text: "Vendor Device", lspci-style where unknown.
 std::string pciDeviceName(std::string_view database, uint16_t vendor, uint16_t device);

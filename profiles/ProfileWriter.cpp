@@ -59,6 +59,7 @@ bool clsKVN::writeProfile(Dispatch& F, Text iniFile, Text zrkPath) {
   frame.run([&] {
     platform::FileSystemObject fso;
     frame.line(1);
+    requireObject(F);
     // The packed file is unpacked whichever of the two names the caller gives, so that a plain
     // name never packs one profile over the whole file. A name of neither form could not be
     // packed again, so nothing is written to it.

@@ -69,8 +69,11 @@ Variant clsKVN::GetIniSection(Text sName, Text FName) {
     frame.line(2);
     int64_t length = fso.GetFile(FName).Size;
     if (length > INT32_MAX) throw Failure(err::Overflow);
-    Text buf(size_t(length), u'\0');
-    int32_t n = platform::GetPrivateProfileSectionA(sName, buf, int32_t(length) - 1, FName);
+    // The file's length minus 1 fits the lines of every section but one: a section named ""
+    // whose last line has no line end needs exactly that, and a list that only just fits is cut.
+    // One more character keeps it whole.
+    Text buf(size_t(length) + 1, u'\0');
+    int32_t n = platform::GetPrivateProfileSectionA(sName, buf, int32_t(length), FName);
     frame.line(3);
     Text lines = buf.substr(0, size_t(n));
     frame.line(4);

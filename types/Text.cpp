@@ -47,7 +47,13 @@ Text trimBlanks(TextView s) {
 Text lowerCase(TextView s) {
   Text out(s);
   for (char16_t& c : out) {
-    if ((c >= u'A' && c <= u'Z') || (c >= 0xC0 && c <= 0xDE && c != 0xD7)) c += 32;
+    if ((c >= u'A' && c <= u'Z') || (c >= 0xC0 && c <= 0xDE && c != 0xD7)) {
+      c += 32;
+    } else if (c == 0x0160 || c == 0x0152 || c == 0x017D) {  // the code page's capitals Š Œ Ž
+      c += 1;
+    } else if (c == 0x0178) {  // Ÿ
+      c = 0x00FF;
+    }
   }
   return out;
 }

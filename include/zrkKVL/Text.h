@@ -26,7 +26,7 @@ std::vector<Text> split(TextView in, TextView separator);
 // Spaces taken off both ends.
 Text trimBlanks(TextView s);
 
-// Letters lower-cased (ASCII and Latin-1); everything else unchanged.
+// Letters lower-cased (every capital of the ANSI code page); everything else unchanged.
 Text lowerCase(TextView s);
 
 // Equality without regard to case (ASCII and Latin-1 letters).

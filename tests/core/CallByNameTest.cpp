@@ -53,5 +53,45 @@ TEST_F(CallByName, FailuresOfTheCallItself) {
   }
 }
 
+TEST_F(CallByName, AFailingMethodWithoutTrapStillWritesBack) {
+  // The buffer grows before the negative count fails the call.
+  std::vector<Variant> args{Variant(Text(u"ab")), Variant(int32_t(-1)), Variant(Text(u"12345"))};
+  EXPECT_EQ(failureOf([&] { kvn->CallByName(u"ConcatStr", args); }), err::InvalidCall);
+  EXPECT_EQ(args[0], Variant(Text(u"ab    ")));
+  EXPECT_EQ(args[1], Variant(int32_t(-1)));
+}
+
+TEST_F(CallByName, AFormThatIsNoObjectFailsAtTheFirstStep) {
+  std::string packed = root / "profiles.bini";
+  writeBytes(packed, "not touched");
+  struct Case {
+    const char16_t* method;
+    Variant form;
+    int32_t number;
+    Variant empty;
+  } cases[] = {
+      {u"validateProfile", Variant(Text(u"form")), err::TypeMismatch, Variant(Text())},
+      {u"validateProfile", Variant(), err::ObjectNotSet, Variant(Text())},
+      {u"writeProfile", Variant(int32_t(7)), err::TypeMismatch, Variant(false)},
+      {u"writeProfile", Variant(), err::ObjectNotSet, Variant(false)},
+  };
+  for (auto& c : cases) {
+    SCOPED_TRACE(toUtf8(c.method));
+    size_t before = dialogs->shown().size();
+    std::vector<Variant> args{c.form, Variant(T(packed)), Variant(root.text())};
+    if (Text(c.method) == u"validateProfile") args.pop_back();
+    Variant result;
+    EXPECT_EQ(failureOf([&] { result = kvn->CallByName(c.method, args); }), 0);
+    EXPECT_EQ(result, c.empty);
+    ASSERT_EQ(dialogs->shown().size(), before + 1);
+    Text text = dialogs->shown().back().text;
+    EXPECT_TRUE(text.starts_with(u"Error Line: 1\r\nError " + decimal(c.number) + u": "))
+        << toUtf8(text);
+    EXPECT_NE(text.find(u"Function/Sub: " + Text(c.method)), Text::npos);
+  }
+  EXPECT_EQ(readBytes(packed), "not touched");
+  EXPECT_FALSE(exists(root / "profiles.ini")) << "nothing was unpacked";
+}
+
 }  // namespace
 }  // namespace zrk::test

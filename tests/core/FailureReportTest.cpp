@@ -1,6 +1,8 @@
 // The failure path: the dialog text, the report setting, the bound on failure chains.
 #include "core/MethodFrame.h"
 #include "core/mdlKVN.h"
+#include "platform/EventPump.h"
+#include "platform/WebTransfer.h"
 #include "support/TestSupport.h"
 
 namespace zrk::test {
@@ -109,14 +111,47 @@ TEST_F(FailureReport, ReportRecordHoldsTheFailure) {
   EXPECT_EQ(seen.loggedLine, 4);
 }
 
-TEST_F(FailureReport, AFailingReportEndsInFailedWithoutASecondDialog) {
+TEST_F(FailureReport, AFailingReportGetsItsOwnDialogThenFailed) {
   CallStandIn failing(u"SendErrorReport", failingReport);
   setReportErrors(u"1");
   mdlKVN::HandleFailure(u"Outer", {53, u"File not found"}, 1);
-  ASSERT_EQ(dialogs->shown().size(), 1u);
-  EXPECT_TRUE(dialogs->shown()[0].text.ends_with(u"Error Report Sent: Failed!"));
+  auto shown = dialogs->shown();
+  ASSERT_EQ(shown.size(), 2u);
+  EXPECT_EQ(shown[0].text,
+            u"Error Line: 0\r\nError 76: Path not found\r\nDLL: zrkKVL.dll\r\n"
+            u"Function/Sub: SendErrorReport\r\n\r\nError Report Sent: No");
+  EXPECT_EQ(shown[0].title, u"DLL Error!");
+  EXPECT_TRUE(shown[1].text.starts_with(u"Error Line: 1\r\nError 53: File not found\r\n"));
+  EXPECT_TRUE(shown[1].text.ends_with(u"Error Report Sent: Failed!"));
   EXPECT_EQ(seen.reports, 1) << "the inner failure sends nothing";
   EXPECT_EQ(seen.logs, 2) << "both failures are logged once";
+  EXPECT_EQ(mdlKVN::state().handlingDepth, 0);
+}
+
+// A report whose wait runs the host's events, as the real one does.
+Variant pumpingReport(clsKVN&, Dispatch::CallKind, std::vector<Variant>&) {
+  ++seen.reports;
+  platform::pumpHostEvents();
+  return Variant(true);
+}
+
+TEST_F(FailureReport, ACallArrivingThroughTheHostsEventsIsHandledInFull) {
+  CallStandIn pumping(u"SendErrorReport", pumpingReport);
+  setReportErrors(u"1");
+  int arrived = 0;
+  platform::setEventPump([&] {
+    if (arrived++ == 0) mdlKVN::HandleFailure(u"Inner", {5, u"Invalid procedure call"}, 3);
+  });
+  mdlKVN::HandleFailure(u"Outer", {53, u"File not found"}, 1);
+  platform::setEventPump({});
+  auto shown = dialogs->shown();
+  ASSERT_EQ(shown.size(), 2u);
+  EXPECT_NE(shown[0].text.find(u"Function/Sub: Inner\r\n\r\nError Report Sent: Yes"), Text::npos)
+      << "its own report, as a call of its own";
+  EXPECT_NE(shown[1].text.find(u"Function/Sub: Outer\r\n\r\nError Report Sent: Yes"), Text::npos);
+  EXPECT_EQ(seen.reports, 2);
+  EXPECT_EQ(seen.logs, 2);
+  EXPECT_EQ(mdlKVN::state().chain.depth, 0);
 }
 
 TEST_F(FailureReport, TrappedMethodReturnsItsEmptyResult) {

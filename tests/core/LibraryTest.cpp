@@ -93,6 +93,7 @@ TEST_F(Library, ReqFoldersStopsAtTheFailingStep) {
 
 TEST_F(Library, UnloadReleasesButKeepsWorking) {
   mdlKVN::state().SystemInfoStr = u"description";
+  mdlKVN::state().systemInfoDue = false;
   kvn->Unload();
   EXPECT_TRUE(mdlKVN::state().RootPath.empty());
   EXPECT_EQ(mdlKVN::state().MainObject, nullptr);

@@ -36,6 +36,7 @@ class DiagnosticsTest : public LibraryTest {
     LibraryTest::SetUp();
     platform::setLocalClock(fixedTime);
     mdlKVN::state().SystemInfoStr = u"Testix[zorv]6.1[zorv]23[zorv]0.0";
+    mdlKVN::state().systemInfoDue = false;
     gProcesses = Variant::textArray({u"/usr/sbin/initd", u"/usr/bin/bashx"});
     gProcessCalls = 0;
   }

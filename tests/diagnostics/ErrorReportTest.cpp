@@ -3,12 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 
 #include "DiagnosticsFixture.h"
 #include "HttpTestServer.h"
 #include "core/MethodFrame.h"
+#include "diagnostics/ErrorReport.h"
 #include "diagnostics/frmKVL.h"
+#include "platform/SharedObject.h"
 #include "platform/WebTransfer.h"
 
 namespace zrk::test {
@@ -40,6 +43,7 @@ class ReportTest : public DiagnosticsTest {
   void SetUp() override {
     DiagnosticsTest::SetUp();
     mdlKVN::state().SystemInfoStr = u"Testix[zorv]Card\r\n0A-FFFF8086";
+    mdlKVN::state().systemInfoDue = false;
     writeBytes(root / "a.dll", "x");
     writeBytes(root / "B.DLL", "x");
     makeDir(root / "plugins");
@@ -91,8 +95,8 @@ TEST_F(ReportTest, PostsTheRecordExactly) {
                                   "File not found [a&b+c%d \xe9.txt]" + kSep +
                                   "Testix[zorv]Card\r\n0A-FFFF8086[zorv]" + kSep + "1" + kSep +
                                   "False" + kSep +
-                                  "/usr/sbin/initd|/usr/bin/bashx||a.dll |/Plugins/p.dll " + kSep +
-                                  "3" + kSep + "2" + kSep + "2026-03-04 05:06:07" + kSep);
+                                  "/usr/sbin/initd|/usr/bin/bashx||a.dll |\\Plugins\\p.dll " +
+                                  kSep + "3" + kSep + "2" + kSep + "2026-03-04 05:06:07" + kSep);
   EXPECT_TRUE(dialogs->shown().empty());
 }
 
@@ -104,7 +108,78 @@ TEST_F(ReportTest, RecordWithoutLineOrProcesses) {
   std::string body = server.requests().at(0).body;
   EXPECT_EQ(count(body, kSep), 14u);
   EXPECT_NE(body.find("ReadFileToString" + kSep + kSep + "53"), std::string::npos);
-  EXPECT_NE(body.find(kSep + "||a.dll |/Plugins/p.dll " + kSep), std::string::npos);
+  EXPECT_NE(body.find(kSep + "||a.dll |\\Plugins\\p.dll " + kSep), std::string::npos);
+}
+
+TEST_F(ReportTest, SharedObjectPluginsWithTheirVersions) {
+  // The built library records the name it is linked under: libzrkKVL.so.1.
+  std::string library = readBytes(ZRK_LIBRARY_FILE);
+  struct Case {
+    const char* file;
+    std::string bytes;
+    const char* entry;  // nullptr: not listed
+  } cases[] = {
+      {"libstats.so", library, "|\\Plugins\\libstats.so 1"},
+      {"libmaps.so.2.5.1", "no ELF", "|\\Plugins\\libmaps.so.2.5.1 2.5.1"},
+      {"libplain.so", "no ELF", "|\\Plugins\\libplain.so "},
+      {"libcut.so", library.substr(0, 200), "|\\Plugins\\libcut.so "},
+      {"libUPPER.SO", library, nullptr},
+      {"notes.so.txt", "x", nullptr},
+      {"libodd.so.2a", "x", nullptr},
+      {"libdots.so..1", "x", nullptr},
+      {"libtail.so.1.", "x", nullptr},
+      {".so", "x", nullptr},
+  };
+  for (const auto& c : cases)
+    writeBytes(root / ("plugins/" + std::string(c.file)), c.bytes);
+  std::string list = ansi(diagnostics::libraryFileList(root.text()));
+  EXPECT_EQ(list.substr(0, 6), "|a.dll") << "the root lists library files only";
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.file);
+    std::string listed = "|\\Plugins\\" + std::string(c.file) + " ";
+    if (c.entry) {
+      size_t at = list.find(c.entry);
+      ASSERT_NE(at, std::string::npos) << list;
+      size_t end = at + std::strlen(c.entry);
+      EXPECT_TRUE(end == list.size() || list[end] == '|') << list;
+    } else {
+      EXPECT_EQ(list.find(listed), std::string::npos) << list;
+    }
+  }
+  EXPECT_NE(list.find("|\\Plugins\\p.dll "), std::string::npos);
+  EXPECT_EQ(list.find('/'), std::string::npos) << "no entry holds the platform's separator";
+}
+
+TEST(SharedObjectName, ByteOrderAndClass) {
+  // A minimal 32-bit big-endian shared object: header, a string table, a dynamic section.
+  std::string elf(0x100, '\0');
+  auto put = [&](size_t at, uint64_t v, int width) {
+    for (int i = 0; i < width; ++i)
+      elf[at + size_t(i)] = char(v >> (8 * (width - 1 - i)));
+  };
+  elf.replace(0, 6,
+              "\x7f"
+              "ELF\x01\x02");
+  put(0x20, 0x80, 4);  // section headers
+  put(0x2E, 40, 2);
+  put(0x30, 3, 2);
+  put(0x80 + 40 + 4, 3, 4);  // section 1: strings at 0x10, 0x20 long
+  put(0x80 + 40 + 16, 0x10 + 0x30, 4);
+  put(0x80 + 40 + 20, 0x20, 4);
+  put(0x80 + 80 + 4, 6, 4);  // section 2: dynamic at 0x60, linked to section 1
+  put(0x80 + 80 + 16, 0x60, 4);
+  put(0x80 + 80 + 20, 0x18, 4);
+  put(0x80 + 80 + 24, 1, 4);
+  elf.replace(0x41, 10, "libbe.so.7");
+  put(0x60, 1, 4);  // DT_NEEDED first, then DT_SONAME at offset 1 of the strings
+  put(0x68, 14, 4);
+  put(0x6C, 1, 4);
+  EXPECT_EQ(platform::sharedObjectNameOf(elf), std::optional<std::string>("libbe.so.7"));
+  put(0x6C, 0x40, 4);  // a name beyond its table
+  EXPECT_EQ(platform::sharedObjectNameOf(elf), std::nullopt);
+  EXPECT_EQ(platform::sharedObjectNameOf(elf.substr(0, 0x90)), std::nullopt);
+  EXPECT_EQ(platform::sharedObjectNameOf(readBytes(ZRK_LIBRARY_FILE)),
+            std::optional<std::string>("libzrkKVL.so.1"));
 }
 
 TEST_F(ReportTest, AnswersConvertToBoolean) {
@@ -217,11 +292,15 @@ TEST_F(ReportTest, TrappedFailureWithDeadServer) {
   useDeadHost();
   fakeSleep();
   EXPECT_EQ(probe(), u"");
+  // The report's own failure first, with its own dialog, then the first one's.
   auto shown = dialogs->shown();
-  ASSERT_EQ(shown.size(), 1u);
-  EXPECT_EQ(shown[0].title, u"DLL Error!");
-  EXPECT_EQ(shown[0].buttons, 0);
+  ASSERT_EQ(shown.size(), 2u);
   EXPECT_EQ(shown[0].text,
+            u"Error Line: 12\r\nError 13: Type mismatch\r\nDLL: zrkKVL.dll\r\n"
+            u"Function/Sub: SendErrorReport\r\n\r\nError Report Sent: No");
+  EXPECT_EQ(shown[1].title, u"DLL Error!");
+  EXPECT_EQ(shown[1].buttons, 0);
+  EXPECT_EQ(shown[1].text,
             u"Error Line: 7\r\nError 53: gone\r\nDLL: zrkKVL.dll\r\nFunction/Sub: Probe\r\n\r\n"
             u"Error Report Sent: Failed!");
   // One record for the failure, one for the report that could not be completed.
@@ -282,7 +361,11 @@ TEST_F(ReportTest, FailureInsideTheProcessDumpDoesNotRecurse) {
   CallStandIn failing(u"GetRunningProcesses", failingProcesses);
   probe();
   EXPECT_EQ(gProcessCalls, 1);
-  EXPECT_EQ(dialogs->shown().size(), 1u);
+  // The process list's failure is shown, but not logged inside the record it interrupted.
+  auto shown = dialogs->shown();
+  ASSERT_EQ(shown.size(), 2u);
+  EXPECT_NE(shown[0].text.find(u"Function/Sub: GetRunningProcesses"), Text::npos);
+  EXPECT_NE(shown[1].text.find(u"Function/Sub: Probe"), Text::npos);
   std::string log = errorLog();
   EXPECT_EQ(count(log, "Error Start"), 1u);
   EXPECT_NE(log.find("Function: Probe\r\n"), std::string::npos);

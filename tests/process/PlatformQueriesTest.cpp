@@ -51,7 +51,7 @@ TEST_F(PlatformQueriesTest, OperatingSystemRecordFromOsReleaseAndKernel) {
   auto os = platform::queryOperatingSystem();
   ASSERT_TRUE(os);
   EXPECT_EQ(os->Name, u"Debian \"test\"|/");
-  EXPECT_EQ(os->Version, u"6.1.23");
+  EXPECT_EQ(os->Version, u"6.1.23-17-amd64");  // the whole release
 }
 
 TEST_F(PlatformQueriesTest, ProgramFilesFolder) {

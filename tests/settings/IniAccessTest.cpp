@@ -60,6 +60,30 @@ TEST_F(IniAccess, SectionShapes) {
             (std::vector<Text>{u"a=1", u"b=2", u""}));
 }
 
+TEST_F(IniAccess, NoSectionIsCut) {
+  // A section named "" whose last line has no line end needs every character the file has.
+  struct Case {
+    const char* name;
+    const char16_t* section;
+    std::string bytes;
+    std::vector<Text> lines;
+  } cases[] = {
+      {"empty name, LF, last line open", u"", "[]\nk=v", {u"k=v", u""}},
+      {"empty name, CR, last line open",
+       u"",
+       "[]\rk=v\rlonger=value",
+       {u"k=v", u"longer=value", u""}},
+      {"empty name, no key", u"", "[]\nplain", {u"plain", u""}},
+      {"empty name after another", u"", "[A]\na=1\n[]\nk=v", {u"k=v", u""}},
+      {"named, last line open", u"S", "[S]\nk=v", {u"k=v", u""}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(texts(kvn->GetIniSection(c.section, file(c.bytes))), c.lines);
+  }
+  EXPECT_TRUE(dialogs->shown().empty());
+}
+
 TEST_F(IniAccess, KeysByNameAndByRawLine) {
   Text f = file("a=b=0 before any section\r\n[S]\r\nk=" + std::string(300, 'x') +
                 "\r\nempty=\r\nA=b=upper\r\n[T]\r\na=b=c\r\na=bcd\r\n");

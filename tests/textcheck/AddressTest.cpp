@@ -34,6 +34,9 @@ TEST_F(Address, ValidateUrl) {
       {u"a.bc..d/x", u"http://a.bc..d/x", false},
       {u"Www.Example.Org/Q", u"http://www.example.org/Q", false},
       {u"Http://Www.A.org", u"http://www.a.org", false},
+      // Every capital of the code page, the four outside Latin-1 too; the path keeps its case.
+      {u"\u0160\u0152\u017D\u0178\u00C9.Example.DE/\u0160",
+       u"http://\u0161\u0153\u017E\u00FF\u00E9.example.de/\u0160", false},
   };
   for (const auto& c : cases) {
     loggedFailures().clear();

@@ -1,6 +1,9 @@
 // Tooltips (one window per call, owned by the form, 240 pixels wide at most) and help pages.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstdlib>
 
 #include "core/mdlKVN.h"
@@ -183,19 +186,46 @@ TEST(HelpTarget, FindsThePageInAHelpFolderWithoutRegardToCase) {
   makeDir(dir / "Help");
   writeBytes(dir / "Help/Index.htm", "<html></html>");
   writeBytes(dir / "zrk.chm", "ITSF");
+  writeBytes(dir / "Guide 1.HTML", "<html></html>");
   struct Case {
     Text file, topic;
     std::string want;
   };
+  const std::string url = "file://" + dir.path();
   const Case cases[] = {
       {dir.text("help"), u"index.htm", dir / "Help/Index.htm"},
+      {dir.text("help"), u"index.htm#ports", url + "/Help/Index.htm#ports"},
       {dir.text("help"), u"missing.htm", dir / "Help"},
       {dir.text("help"), u"", dir / "Help"},
+      // An HTML file opens at the topic's place in it.
+      {dir.text("guide 1.html"), u"profiles", url + "/Guide%201.HTML#profiles"},
+      {dir.text("Guide 1.HTML"), u"Server ports \u00e9",
+       url + "/Guide%201.HTML#Server%20ports%20%C3%A9"},
+      {dir.text("Guide 1.HTML"), u"", dir / "Guide 1.HTML"},
       {dir.text("zrk.chm"), u"index.htm", dir / "zrk.chm"},
       {dir.text("none.chm"), u"index.htm", ""},
   };
   for (const Case& c : cases)
     EXPECT_EQ(platform::helpTarget(c.file, c.topic), c.want);
+}
+
+TEST(DesktopHelp, APageOpensInTheBrowserAtItsTopic) {
+  TempDir dir;
+  makeDir(dir / "bin");
+  writeBytes(dir / "bin/viewer",
+             "#!/bin/sh\necho \"$@\" >\"$0.args.tmp\" && mv \"$0.args.tmp\" \"$0.args\"\n");
+  ::chmod((dir / "bin/viewer").c_str(), 0755);
+  writeBytes(dir / "guide.htm", "<html></html>");
+  std::string path = std::getenv("PATH") ? std::getenv("PATH") : "";
+  std::string browser = std::getenv("BROWSER") ? std::getenv("BROWSER") : "";
+  ::setenv("PATH", (dir / "bin:" + path).c_str(), 1);
+  ::setenv("BROWSER", "viewer", 1);
+  platform::DesktopDialogs().showHelp(dir.text("guide.htm"), u"ports");
+  for (int i = 0; i < 100 && !exists(dir / "bin/viewer.args"); ++i)
+    ::usleep(50000);
+  ::setenv("PATH", path.c_str(), 1);
+  browser.empty() ? ::unsetenv("BROWSER") : ::setenv("BROWSER", browser.c_str(), 1);
+  EXPECT_EQ(readBytes(dir / "bin/viewer.args"), "file://" + dir.path() + "/guide.htm#ports\n");
 }
 
 TEST(DesktopMessageBox, ButtonsAndAnswers) {

@@ -1,0 +1,27 @@
+// The counted pass of the thread's event processing.
+#include "platform/EventPump.h"
+
+#include "platform/WebTransfer.h"
+
+namespace zrk::platform {
+namespace {
+
+thread_local int tDepth = 0;
+
+struct DepthScope {
+  DepthScope() { ++tDepth; }
+  ~DepthScope() { --tDepth; }
+};
+
+}  // namespace
+
+void pumpHostEvents() {
+  DepthScope scope;
+  processEvents();
+}
+
+int hostEventDepth() {
+  return tDepth;
+}
+
+}  // namespace zrk::platform
