@@ -5,6 +5,7 @@
 #include <optional>
 #include <vector>
 
+#include <zrkKVL/Export.h>
 #include <zrkKVL/Failure.h>
 #include <zrkKVL/Text.h>
 #include <zrkKVL/Variant.h>
@@ -16,7 +17,7 @@ inline constexpr int kVersionMajor = 1, kVersionMinor = 4, kVersionRevision = 1;
 
 // Optional arguments are std::optional (by value) or a pointer (by reference), absent when
 // empty; by-reference arguments are references to the caller's variables.
-class clsKVN : public Dispatch {
+class ZRK_API clsKVN : public Dispatch {
  public:
   // The first instance on a thread runs the module's start-up.
   clsKVN();
