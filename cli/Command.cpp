@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include <zrkKVL/Failure.h>
+#include "platform/CodePage.h"
 
 namespace zrk::cli {
 namespace {
@@ -25,13 +26,34 @@ const std::vector<Command>& commands() {
   return registry();
 }
 
+std::string Context::option(const std::string& name, const std::string& fallback) const {
+  auto it = options.find(name);
+  return it == options.end() ? fallback : it->second.back();
+}
+
 const std::string& arg(const Context& c, size_t index, const char* what) {
   if (index >= c.args.size()) throw UsageError{std::string("missing argument: ") + what};
   return c.args[index];
 }
 
+Text pathArg(const Context& c, size_t index, const char* what) {
+  return fromUtf8(arg(c, index, what));
+}
+
+Text valueArg(const Context& c, size_t index, const char* what) {
+  return valueOf(arg(c, index, what));
+}
+
 Text textArg(const Context& c, size_t index, const char* what) {
   return fromUtf8(arg(c, index, what));
+}
+
+void printLine(TextView text) {
+  printPath(text);
+}
+
+Text valueOf(const std::string& bytes) {
+  return platform::fromAnsi(bytes);
 }
 
 std::string readInput(const std::string& fileOrDash) {
@@ -45,8 +67,32 @@ std::string readInput(const std::string& fileOrDash) {
   return s.str();
 }
 
-void printLine(TextView text) {
-  std::printf("%s\n", toUtf8(text).c_str());
+std::vector<Text> inputLines() {
+  std::vector<Text> lines;
+  for (std::string line; std::getline(std::cin, line);) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    lines.push_back(valueOf(line));
+  }
+  return lines;
+}
+
+void printValue(TextView text) {
+  std::string bytes = platform::toAnsi(text);
+  bytes += '\n';
+  std::fwrite(bytes.data(), 1, bytes.size(), stdout);
+}
+
+void printPath(TextView path) {
+  std::printf("%s\n", toUtf8(path).c_str());
+}
+
+int answer(bool yes) {
+  std::printf("%s\n", yes ? "yes" : "no");
+  return yes ? 0 : 1;
+}
+
+std::string quotePath(TextView path) {
+  return "'" + toUtf8(path) + "'";
 }
 
 }  // namespace zrk::cli
