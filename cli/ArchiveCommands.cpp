@@ -3,10 +3,10 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <memory>
 
 #include <zrkKVL/DialogBackend.h>
 #include "cli/Command.h"
+#include "cli/ToolDialogs.h"
 #include "platform/CodePage.h"
 #include "platform/Paths.h"
 
@@ -14,31 +14,6 @@ namespace zrk::cli {
 namespace {
 
 namespace fs = std::filesystem;
-
-// Answers every yes/no question with the answer given on the command line; every other window
-// goes to the backend in use before.
-class AnsweredQuestions : public platform::DialogBackend {
- public:
-  AnsweredQuestions(std::shared_ptr<platform::DialogBackend> inner, int32_t answer)
-      : inner_(std::move(inner)), answer_(answer) {}
-
-  int32_t messageBox(TextView text, int32_t buttons, TextView title) override {
-    int32_t set = buttons & 7;
-    if (set == platform::mb::YesNo || set == platform::mb::YesNoCancel) return answer_;
-    return inner_->messageBox(text, buttons, title);
-  }
-  int32_t screenWidthTwips() override { return inner_->screenWidthTwips(); }
-  std::shared_ptr<platform::TextWindow> showTextWindow(const platform::FormLayout& layout,
-                                                       TextView text) override {
-    return inner_->showTextWindow(layout, text);
-  }
-  void toolTipChanged(const platform::ToolTipWindow& tip) override { inner_->toolTipChanged(tip); }
-  void showHelp(TextView file, TextView topic) override { inner_->showHelp(file, topic); }
-
- private:
-  std::shared_ptr<platform::DialogBackend> inner_;
-  int32_t answer_;
-};
 
 // The element for one file: name length, bar, name, content. Extraction puts a CR LF behind
 // every file, so one at the end of the content is left out here and the round trip is exact.
@@ -87,8 +62,7 @@ bool moveInto(const fs::path& scratch, const fs::path& folder, bool force) {
 int extract(Context& c) {
   if (c.has("yes") && c.has("no")) throw UsageError{"archive extract: --yes or --no, not both"};
   if (c.has("yes") || c.has("no")) {
-    platform::setDialogBackend(std::make_shared<AnsweredQuestions>(
-        platform::dialogBackend(), c.has("yes") ? platform::mb::Yes : platform::mb::No));
+    toolDialogs().answerQuestions(c.has("yes") ? platform::mb::Yes : platform::mb::No);
   }
   Text archive = pathArg(c, 0, "ARCHIVE");
   if (!fs::is_regular_file(platform::nativePath(archive))) {

@@ -38,13 +38,13 @@ Variant parseArgument(const std::string& a) {
   return Variant(t);
 }
 
-void printValue(const Variant& v) {
+void printResult(const Variant& v) {
   if (!v.isArray()) {
     if (!v.isEmpty()) printValue(v.toText());
     return;
   }
   for (const Variant& e : v.array().items)
-    printValue(e);
+    printResult(e);
 }
 
 int call(Context& c) {
@@ -53,11 +53,13 @@ int call(Context& c) {
   for (size_t i = 1; i < c.args.size(); ++i)
     args.push_back(parseArgument(c.args[i]));
   std::vector<Variant> before = args;
-  printValue(c.kvn.CallByName(name, args));
+  Variant result = c.kvn.CallByName(name, args);
+  if (libraryFailed()) return 1;  // its error line is out; a failed call has no result
+  printResult(result);
   for (size_t i = 0; i < args.size(); ++i) {
     if (args[i] == before[i]) continue;
     std::printf("[%zu] ", i + 1);  // a by-reference argument the operation changed
-    printValue(args[i]);
+    printResult(args[i]);
   }
   return 0;
 }

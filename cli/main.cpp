@@ -9,44 +9,12 @@
 #include <zrkKVL/clsKVN.h>
 #include "cli/Command.h"
 #include "cli/CommandLine.h"
-#include "core/mdlKVN.h"
-#include "platform/Dialogs.h"
+#include "cli/ToolDialogs.h"
 #include "platform/LibraryFolder.h"
 
 using namespace zrk;
 
 namespace {
-
-// The failure dialog of a trapped failure becomes one line on stderr and a non-zero exit; every
-// other window goes to the backend the platform chose (desktop or terminal).
-class ToolDialogs : public platform::DialogBackend {
- public:
-  explicit ToolDialogs(std::shared_ptr<platform::DialogBackend> inner) : inner_(std::move(inner)) {}
-
-  int32_t messageBox(TextView text, int32_t buttons, TextView title) override {
-    if (mdlKVN::state().handlingDepth == 0) return inner_->messageBox(text, buttons, title);
-    std::vector<Text> lines = split(text, u"\r\n");
-    Text function = lines.size() > 3 ? lines[3].substr(lines[3].find(u' ') + 1) : Text();
-    std::fprintf(stderr, "zrkkvl: %s (in %s)\n", toUtf8(lines.size() > 1 ? lines[1] : text).c_str(),
-                 toUtf8(function).c_str());
-    failed = true;
-    return platform::mb::OK;
-  }
-  int32_t screenWidthTwips() override { return inner_->screenWidthTwips(); }
-  std::shared_ptr<platform::TextWindow> showTextWindow(const platform::FormLayout& layout,
-                                                       TextView text) override {
-    return inner_->showTextWindow(layout, text);
-  }
-  void toolTipChanged(const platform::ToolTipWindow& tip) override { inner_->toolTipChanged(tip); }
-  void showHelp(TextView file, TextView topic) override { inner_->showHelp(file, topic); }
-
-  bool failed = false;
-
- private:
-  std::shared_ptr<platform::DialogBackend> inner_;
-};
-
-std::shared_ptr<ToolDialogs> gDialogs;
 
 constexpr option kGlobalOptions[] = {{"root", required_argument, nullptr, 'r'},
                                      {"help", no_argument, nullptr, 'h'},
@@ -96,21 +64,14 @@ int runTool(int argc, char** argv) {
   }
   // The library then takes DIR as its installation root.
   if (!root.empty()) platform::overrideLibraryFolder(root + u"/dlls/Main Functions DLL");
-  gDialogs = std::make_shared<ToolDialogs>(platform::dialogBackend());
-  platform::setDialogBackend(gDialogs);
+  cli::ToolDialogs& dialogs = cli::toolDialogs();
   clsKVN kvn;
   int rc = cli::runWords(kvn, root, words);
   kvn.Unload();
-  return gDialogs->failed && rc == 0 ? 1 : rc;
+  return dialogs.failed() && rc == 0 ? 1 : rc;
 }
 
 }  // namespace
-
-namespace zrk::cli {
-bool libraryFailed() {
-  return gDialogs && gDialogs->failed;
-}
-}  // namespace zrk::cli
 
 int main(int argc, char** argv) {
   try {
