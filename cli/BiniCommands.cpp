@@ -17,6 +17,7 @@ int pack(Context& c) {
   c.kvn.CompressBINI(file, type);
   Text packed = replaceAll(file, u"." + type, u".b" + type);
   platform::FileSystemObject& fso = mdlKVN::SharedFileSystem();
+  if (libraryFailed()) return 1;
   if (packed == file || !fso.FileExists(packed) || fso.FileExists(file)) {
     throw ToolError{"bini pack: " + quotePath(file) + " not packed"};
   }
@@ -26,7 +27,7 @@ int pack(Context& c) {
 
 int unpack(Context& c) {
   Text file = pathArg(c, 0, "FILE"), type = typeArg(c);
-  if (!c.kvn.DecompressBINI(file, &type))
+  if (!c.kvn.DecompressBINI(existingFile(c, 0, "FILE"), &type))
     throw ToolError{"bini unpack: " + quotePath(file) + " not unpacked"};
   printPath(replaceAll(file, u".b" + type, u"." + type));
   return 0;

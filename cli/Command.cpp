@@ -2,13 +2,16 @@
 #include "cli/Command.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 #include <sstream>
 
 #include <zrkKVL/Failure.h>
+#include "cli/CommandLine.h"
 #include "platform/CodePage.h"
+#include "platform/Paths.h"
 
 namespace zrk::cli {
 namespace {
@@ -76,19 +79,30 @@ std::vector<Text> inputLines() {
   return lines;
 }
 
+// A command whose library call failed has no result: its error line is all it prints.
 void printValue(TextView text) {
+  if (libraryFailed()) return;
   std::string bytes = platform::toAnsi(text);
   bytes += '\n';
   std::fwrite(bytes.data(), 1, bytes.size(), stdout);
 }
 
 void printPath(TextView path) {
+  if (libraryFailed()) return;
   std::printf("%s\n", toUtf8(path).c_str());
 }
 
 int answer(bool yes) {
   std::printf("%s\n", yes ? "yes" : "no");
   return yes ? 0 : 1;
+}
+
+Text existingFile(const Context& c, size_t index, const char* what) {
+  Text path = pathArg(c, index, what);
+  if (!std::filesystem::is_regular_file(platform::nativePath(path))) {
+    throw ToolError{commandName(c.command) + ": no file " + quotePath(path)};
+  }
+  return path;
 }
 
 std::string quotePath(TextView path) {

@@ -67,6 +67,8 @@ const std::string& arg(const Context& c, size_t index, const char* what);
 Text pathArg(const Context& c, size_t index, const char* what);
 Text valueArg(const Context& c, size_t index, const char* what);
 Text valueOf(const std::string& bytes);
+// A file name operand naming a file that exists; a ToolError naming it else.
+Text existingFile(const Context& c, size_t index, const char* what);
 
 // The helpers of the first form of this framework, which the proc commands still use: an operand
 // and a result line, both UTF-8.

@@ -22,7 +22,8 @@ int step(Context& c, const std::string& root, const char* what, std::vector<std:
     if (word.rfind(root, 0) == 0) word = "$ROOT" + word.substr(root.size());
     shown += " " + (word.find(' ') == std::string::npos ? word : "'" + word + "'");
   }
-  std::printf("\n# %s\n%s\n", what, shown.c_str());
+  if (*what) std::printf("\n# %s\n", what);
+  std::printf("%s\n", shown.c_str());
   std::fflush(stdout);
   int rc = runWords(c.kvn, c.root, words);
   std::fflush(stdout);

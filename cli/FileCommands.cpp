@@ -15,17 +15,17 @@ void printNumbers(const Text& numbers) {
 }
 
 int hex(Context& c) {
-  printNumbers(c.kvn.HexRead(pathArg(c, 0, "FILE")));
+  printNumbers(c.kvn.HexRead(existingFile(c, 0, "FILE")));
   return 0;
 }
 
 int bin(Context& c) {
-  printNumbers(c.kvn.BinRead(pathArg(c, 0, "FILE")));
+  printNumbers(c.kvn.BinRead(existingFile(c, 0, "FILE")));
   return 0;
 }
 
 int read(Context& c) {
-  printValue(c.kvn.ReadFileToString(pathArg(c, 0, "FILE")));
+  printValue(c.kvn.ReadFileToString(existingFile(c, 0, "FILE")));
   return 0;
 }
 

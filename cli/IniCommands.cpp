@@ -37,12 +37,12 @@ bool hasSection(Context& c, const Text& file, const Text& section) {
 }
 
 int sections(Context& c) {
-  printTexts(c.kvn.GetAllIniSections(pathArg(c, 0, "FILE")), true);
+  printTexts(c.kvn.GetAllIniSections(existingFile(c, 0, "FILE")), true);
   return 0;
 }
 
 int section(Context& c) {
-  Variant v = c.kvn.GetIniSection(valueArg(c, 1, "SECTION"), pathArg(c, 0, "FILE"));
+  Variant v = c.kvn.GetIniSection(valueArg(c, 1, "SECTION"), existingFile(c, 0, "FILE"));
   if (!v.isArray()) return 1;
   printTexts(v, true);
   return 0;
@@ -84,14 +84,14 @@ int set(Context& c) {
 
 int clear(Context& c) {
   Text file = pathArg(c, 0, "FILE"), sect = valueArg(c, 1, "SECTION");
-  if (!stampOf(file).exists) throw ToolError{"ini clear: no file " + quotePath(file)};
+  existingFile(c, 0, "FILE");
   c.kvn.ClearIniSection(sect, file);
   if (hasSection(c, file, sect)) failWrite("ini clear", file);
   return 0;
 }
 
 int lines(Context& c) {
-  printTexts(c.kvn.ReadFile(pathArg(c, 0, "FILE")), false);
+  printTexts(c.kvn.ReadFile(existingFile(c, 0, "FILE")), false);
   return 0;
 }
 
