@@ -23,8 +23,9 @@ int send(Context& c) {
   Variant repDat(std::move(rep));
   std::fprintf(stderr, "Sending to %s\n", toUtf8(diagnostics::reportUrl()).c_str());
   bool sent = c.kvn.SendErrorReport(repDat);
-  printValue(sent ? u"Error Report Sent: Yes" : u"Error Report Sent: Failed!");
-  return sent ? 0 : 1;
+  if (!sent) throw ToolError{"report send: Error Report Sent: Failed!"};
+  printValue(u"Error Report Sent: Yes");
+  return 0;
 }
 
 int log(Context& c) {
