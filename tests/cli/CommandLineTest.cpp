@@ -3,12 +3,22 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <filesystem>
+
 #include "ToolRun.h"
 #include "cli/CommandLine.h"
 #include "support/TestSupport.h"
 
 namespace zrk::test {
 namespace {
+
+size_t countEntries(const std::string& dir) {
+  size_t n = 0;
+  for ([[maybe_unused]] const auto& e : std::filesystem::directory_iterator(dir))
+    ++n;
+  return n;
+}
 
 TEST(CommandLine, OperandCountsFollowTheUsage) {
   struct Case {
@@ -183,6 +193,26 @@ TEST(CommandLine, UnwritableFolderAsAnUnprivilegedUser) {
   EXPECT_NE(r.err.find("'" + dir / "ro/x.ini" + "': folder is not writable"), std::string::npos)
       << r.err;
   EXPECT_FALSE(exists(dir / "ro/x.ini"));
+}
+
+// The demo makes its root in the temporary folder and removes it, unless asked to keep it.
+TEST(CommandLine, DemoCleansUpItsRoot) {
+  TempDir tmp;
+  const char* before = std::getenv("TMPDIR");
+  std::string saved = before ? before : "";
+  ::setenv("TMPDIR", tmp.path().c_str(), 1);
+  ToolRun plain = runTool({"demo"});
+  size_t leftAfterPlain = countEntries(tmp.path());
+  ToolRun kept = runTool({"demo", "--keep"});
+  size_t leftAfterKeep = countEntries(tmp.path());
+  before ? ::setenv("TMPDIR", saved.c_str(), 1) : ::unsetenv("TMPDIR");
+
+  EXPECT_EQ(plain.code, 0) << plain.err;
+  EXPECT_NE(plain.out.find("Every step succeeded."), std::string::npos) << plain.out;
+  EXPECT_EQ(leftAfterPlain, 0u);
+  EXPECT_EQ(kept.code, 0) << kept.err;
+  EXPECT_EQ(leftAfterKeep, 1u);
+  EXPECT_NE(kept.out.find("The files are kept in " + tmp.path()), std::string::npos) << kept.out;
 }
 
 }  // namespace
