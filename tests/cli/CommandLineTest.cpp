@@ -126,6 +126,18 @@ TEST(CommandLine, ValuesCrossAsBytes) {
   EXPECT_EQ(runTool({"file", "read", dir / "w.txt"}).out.rfind(unicode, 0), 0u);
 }
 
+TEST(CommandLine, IniClearLeavesTheOtherSections) {
+  TempDir dir;
+  std::string ini = dir / "c.ini";
+  writeBytes(ini, "; top\n[a]\nk=1\n[b]\nk=2\n");
+  ToolRun r = runTool({"ini", "clear", ini, "A"});
+  EXPECT_EQ(r.code, 0) << r.err;
+  EXPECT_EQ(runTool({"ini", "sections", ini}).out, "b\n");
+  EXPECT_EQ(runTool({"ini", "get", ini, "a", "k"}).code, 1);
+  EXPECT_EQ(runTool({"ini", "section", ini, "b"}).out, "k=2\n");
+  EXPECT_EQ(runTool({"ini", "clear", ini, "missing"}).code, 0) << "nothing to remove is no failure";
+}
+
 TEST(CommandLine, LinesFromStandardInput) {
   TempDir dir;
   std::string file = dir / "f.txt";
