@@ -8,41 +8,41 @@ namespace {
 
 // The type word given after FILE, "ini" when there is none.
 Text typeArg(const Context& c) {
-  Text type = c.args.size() > 1 ? textArg(c, 1, "TYPE") : Text();
+  Text type = c.args.size() > 1 ? pathArg(c, 1, "TYPE") : Text();
   return type.empty() ? Text(u"ini") : type;
 }
 
 int pack(Context& c) {
-  Text file = textArg(c, 0, "FILE"), type = typeArg(c);
+  Text file = pathArg(c, 0, "FILE"), type = typeArg(c);
   c.kvn.CompressBINI(file, type);
   Text packed = replaceAll(file, u"." + type, u".b" + type);
   platform::FileSystemObject& fso = mdlKVN::SharedFileSystem();
-  if (packed == file || !fso.FileExists(packed) || fso.FileExists(file)) return 1;
-  printLine(packed);
+  if (libraryFailed()) return 1;
+  if (packed == file || !fso.FileExists(packed) || fso.FileExists(file)) {
+    throw ToolError{"bini pack: " + quotePath(file) + " not packed"};
+  }
+  printPath(packed);
   return 0;
 }
 
 int unpack(Context& c) {
-  Text file = textArg(c, 0, "FILE"), type = typeArg(c);
-  if (!c.kvn.DecompressBINI(file, &type)) {
-    printLine(u"not unpacked: " + file);
-    return 1;
-  }
-  printLine(replaceAll(file, u".b" + type, u"." + type));
+  Text file = pathArg(c, 0, "FILE"), type = typeArg(c);
+  if (!c.kvn.DecompressBINI(existingFile(c, 0, "FILE"), &type))
+    throw ToolError{"bini unpack: " + quotePath(file) + " not unpacked"};
+  printPath(replaceAll(file, u".b" + type, u"." + type));
   return 0;
 }
 
 int test(Context& c) {
-  bool packed = c.kvn.IsBINIFile(textArg(c, 0, "FILE"));
-  printLine(packed ? u"packed" : u"not packed");
-  return packed ? 0 : 1;
+  return answer(c.kvn.IsBINIFile(pathArg(c, 0, "FILE")));
 }
 
 const CommandRegistrar kBini{
     {"bini", "pack", "FILE [TYPE]",
      "pack a text file into FILE with .bTYPE, deleting the plain file", pack},
     {"bini", "unpack", "FILE [TYPE]", "unpack a packed file beside itself", unpack},
-    {"bini", "test", "FILE", "tell whether FILE carries the magic BINI", test},
+    {"bini", "test", "FILE", "whether FILE carries the magic BINI: yes (exit 0) or no (exit 1)",
+     test},
 };
 
 }  // namespace

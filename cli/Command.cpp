@@ -2,12 +2,16 @@
 #include "cli/Command.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 #include <sstream>
 
 #include <zrkKVL/Failure.h>
+#include "cli/CommandLine.h"
+#include "platform/CodePage.h"
+#include "platform/Paths.h"
 
 namespace zrk::cli {
 namespace {
@@ -25,13 +29,34 @@ const std::vector<Command>& commands() {
   return registry();
 }
 
+std::string Context::option(const std::string& name, const std::string& fallback) const {
+  auto it = options.find(name);
+  return it == options.end() ? fallback : it->second.back();
+}
+
 const std::string& arg(const Context& c, size_t index, const char* what) {
   if (index >= c.args.size()) throw UsageError{std::string("missing argument: ") + what};
   return c.args[index];
 }
 
+Text pathArg(const Context& c, size_t index, const char* what) {
+  return fromUtf8(arg(c, index, what));
+}
+
+Text valueArg(const Context& c, size_t index, const char* what) {
+  return valueOf(arg(c, index, what));
+}
+
 Text textArg(const Context& c, size_t index, const char* what) {
   return fromUtf8(arg(c, index, what));
+}
+
+void printLine(TextView text) {
+  printPath(text);
+}
+
+Text valueOf(const std::string& bytes) {
+  return platform::fromAnsi(bytes);
 }
 
 std::string readInput(const std::string& fileOrDash) {
@@ -45,8 +70,43 @@ std::string readInput(const std::string& fileOrDash) {
   return s.str();
 }
 
-void printLine(TextView text) {
-  std::printf("%s\n", toUtf8(text).c_str());
+std::vector<Text> inputLines() {
+  std::vector<Text> lines;
+  for (std::string line; std::getline(std::cin, line);) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    lines.push_back(valueOf(line));
+  }
+  return lines;
+}
+
+// A command whose library call failed has no result: its error line is all it prints.
+void printValue(TextView text) {
+  if (libraryFailed()) return;
+  std::string bytes = platform::toAnsi(text);
+  bytes += '\n';
+  std::fwrite(bytes.data(), 1, bytes.size(), stdout);
+}
+
+void printPath(TextView path) {
+  if (libraryFailed()) return;
+  std::printf("%s\n", toUtf8(path).c_str());
+}
+
+int answer(bool yes) {
+  std::printf("%s\n", yes ? "yes" : "no");
+  return yes ? 0 : 1;
+}
+
+Text existingFile(const Context& c, size_t index, const char* what) {
+  Text path = pathArg(c, index, what);
+  if (!std::filesystem::is_regular_file(platform::nativePath(path))) {
+    throw ToolError{commandName(c.command) + ": no file " + quotePath(path)};
+  }
+  return path;
+}
+
+std::string quotePath(TextView path) {
+  return "'" + toUtf8(path) + "'";
 }
 
 }  // namespace zrk::cli

@@ -7,43 +7,38 @@
 #include <vector>
 
 #include "cli/Command.h"
+#include "cli/CommandLine.h"
 
 namespace zrk::cli {
 namespace {
 
-// Runs one registered command as if typed, echoing it first.
-int runCommand(Context& c, std::vector<std::string> words) {
+namespace fs = std::filesystem;
+
+// Runs one command as if typed, echoing it first with the root shown as $ROOT.
+int step(Context& c, const std::string& root, const char* what, std::vector<std::string> words) {
   std::string shown = "$ zrkkvl";
-  for (const auto& w : words)
-    shown += " " + (w.find(' ') == std::string::npos ? w : "'" + w + "'");
-  std::printf("\n%s\n", shown.c_str());
-  std::fflush(stdout);
-  for (const Command& command : commands()) {
-    size_t used = *command.family ? 2 : 1;
-    if (words.size() < used || words[0] != (*command.family ? command.family : command.name) ||
-        (used == 2 && words[1] != command.name)) {
-      continue;
-    }
-    Context sub{std::vector<std::string>(words.begin() + long(used), words.end()), c.kvn, c.root};
-    int rc = command.run(sub);
-    std::fflush(stdout);
-    return rc;
+  for (const auto& w : words) {
+    std::string word = w;
+    if (word.rfind(root, 0) == 0) word = "$ROOT" + word.substr(root.size());
+    shown += " " + (word.find(' ') == std::string::npos ? word : "'" + word + "'");
   }
-  throw UsageError{"demo: no command " + words[0]};
+  if (*what) std::printf("\n# %s\n", what);
+  std::printf("%s\n", shown.c_str());
+  std::fflush(stdout);
+  int rc = runWords(c.kvn, c.root, words);
+  std::fflush(stdout);
+  return rc;
 }
 
 std::string throwawayRoot() {
-  std::string tmpl = (std::filesystem::temp_directory_path() / "zrkkvl-demo-XXXXXX").string();
-  if (!::mkdtemp(tmpl.data())) throw UsageError{"cannot make a temporary folder"};
+  std::string tmpl = (fs::temp_directory_path() / "zrkkvl-demo-XXXXXX").string();
+  if (!::mkdtemp(tmpl.data())) throw ToolError{"demo: cannot make a temporary folder"};
   return tmpl;
 }
 
-int demo(Context& c) {
-  std::string root = c.root.empty() ? throwawayRoot() : toUtf8(c.root);
+int runSteps(Context& c, const std::string& root) {
   std::string profiles = root + "/profiles/servers.bini", config = root + "/settings/config.ini";
   std::string work = root + "/adminlogs";
-  std::printf("zrkKVL %s, installation root %s\n", toUtf8(c.kvn.dllVersion(u"")).c_str(),
-              root.c_str());
   const std::vector<std::string> profile = {
       "--name",  "Alpha",       "--path",      "/usr/bin/true",
       "--game",  "q3",          "--game-text", "Quake 3",
@@ -54,26 +49,55 @@ int demo(Context& c) {
     return head;
   };
   int rc = 0;
-  rc |= runCommand(c, {"call", "reqFolders", root});
-  rc |= runCommand(c, {"ini", "set", config, "Settings", "ReportErrors", "0"});
-  rc |= runCommand(c, with({"profile", "validate", profiles}, profile));
-  rc |= runCommand(c, with({"profile", "save", profiles, root}, profile));
-  rc |= runCommand(c, {"bini", "test", profiles});
-  rc |= runCommand(c, {"file", "hex", profiles});
-  rc |= runCommand(c, {"bini", "unpack", profiles});
-  rc |= runCommand(c, {"ini", "section", root + "/profiles/servers.ini", "Alpha"});
-  rc |= runCommand(c, {"bini", "pack", root + "/profiles/servers.ini"});
-  rc |= runCommand(c, {"file", "write", work + "/a.txt", "hello"});
-  rc |= runCommand(c, {"file", "write", work + "/b.txt", "world"});
-  rc |= runCommand(c, {"archive", "make", work + "/logs.zar", work + "/a.txt", work + "/b.txt"});
-  std::filesystem::create_directories(work + "/out");
-  rc |= runCommand(c, {"archive", "extract", work + "/logs.zar", work + "/out"});
-  rc |= runCommand(c, {"file", "read", work + "/out/b.txt"});
+  rc |= step(c, root, "the folders of an installation", {"call", "reqFolders", root});
+  rc |= step(c, root, "a setting", {"ini", "set", config, "Settings", "ReportErrors", "0"});
+  rc |= step(c, root, "a profile form checked", with({"profile", "validate", profiles}, profile));
+  rc |= step(c, root, "and saved, packed", with({"profile", "save", profiles, root}, profile));
+  rc |= step(c, root, "the saved file is packed", {"bini", "test", profiles});
+  rc |= step(c, root, "unpacked again", {"bini", "unpack", profiles});
+  rc |= step(c, root, "one key read back",
+             {"ini", "get", root + "/profiles/servers.ini", "Alpha", "path"});
+  rc |= step(c, root, "packed for the server", {"bini", "pack", root + "/profiles/servers.ini"});
+  rc |= step(c, root, "two logs", {"file", "write", work + "/a.txt", "hello"});
+  rc |= step(c, root, "", {"file", "write", work + "/b.txt", "world"});
+  rc |= step(c, root, "put in an archive",
+             {"archive", "make", work + "/logs.zar", work + "/a.txt", work + "/b.txt"});
+  fs::create_directories(work + "/out");
+  rc |= step(c, root, "and taken out elsewhere",
+             {"archive", "extract", work + "/logs.zar", work + "/out"});
+  rc |= step(c, root, "one of them read", {"file", "read", work + "/out/b.txt"});
+  return rc;
+}
+
+int demo(Context& c) {
+  bool scratch = c.root.empty();
+  std::string root = scratch ? throwawayRoot() : toUtf8(c.root);
+  std::printf("zrkKVL %s: one profile saved and packed, two logs archived, in $ROOT = %s\n",
+              toUtf8(c.kvn.dllVersion(u"")).c_str(), root.c_str());
+  int rc = 0;
+  try {
+    rc = runSteps(c, root);
+  } catch (...) {
+    if (scratch && !c.has("keep")) fs::remove_all(root);
+    throw;
+  }
+  std::printf("\n%s\n", rc == 0 ? "Every step succeeded." : "A step failed.");
+  if (scratch && !c.has("keep")) {
+    fs::remove_all(root);
+  } else {
+    std::printf("The files are kept in %s\n", root.c_str());
+  }
   return rc;
 }
 
 const CommandRegistrar kDemo{
-    {"", "demo", "", "run the main job on a throwaway installation root", demo},
+    {"",
+     "demo",
+     "",
+     "run the main job on a throwaway installation root",
+     demo,
+     {{"keep", nullptr, "keep the throwaway root and say where it is"}},
+     "With --root DIR the job runs in DIR, which is kept."},
 };
 
 }  // namespace

@@ -10,39 +10,14 @@
 namespace zrk::cli {
 namespace {
 
-// The positional arguments, and the options as name -> values.
-struct Options {
-  std::vector<std::string> positional;
-  std::map<std::string, std::vector<std::string>> values;
-
-  std::string get(const std::string& name, const std::string& fallback = "") const {
-    auto it = values.find(name);
-    return it == values.end() ? fallback : it->second.back();
-  }
-};
-
-Options parse(const std::vector<std::string>& args) {
-  Options o;
-  for (size_t i = 0; i < args.size(); ++i) {
-    const std::string& a = args[i];
-    if (a.rfind("--", 0) != 0) {
-      o.positional.push_back(a);
-      continue;
-    }
-    if (i + 1 >= args.size()) throw UsageError{"missing value for " + a};
-    o.values[a.substr(2)].push_back(args[++i]);
-  }
-  return o;
-}
-
-int16_t checkValue(const Options& o, const std::string& name) {
-  std::string v = o.get(name, "0");
+int16_t checkValue(const Context& o, const std::string& name) {
+  std::string v = o.option(name, "0");
   if (v != "0" && v != "1" && v != "2") throw UsageError{"--" + name + " takes 0, 1 or 2"};
   return int16_t(v[0] - '0');
 }
 
-int32_t listIndex(const Options& o) {
-  std::string v = o.get("ll", "-1");
+int32_t listIndex(const Context& o) {
+  std::string v = o.option("ll", "-1");
   try {
     size_t used = 0;
     long n = std::stol(v, &used);
@@ -53,16 +28,16 @@ int32_t listIndex(const Options& o) {
 }
 
 // The form as the main program would hold it, filled from the options.
-std::shared_ptr<FormObject> formFrom(const Options& o) {
+std::shared_ptr<FormObject> formFrom(const Context& o) {
   auto text = [&](const char* name, const char* fallback = "") {
-    return Variant(fromUtf8(o.get(name, fallback)));
+    return Variant(valueOf(o.option(name, fallback)));
   };
   auto form = std::make_shared<FormObject>();
-  std::string game = o.get("game", "Please select a Game");
+  std::string game = o.option("game", "Please select a Game");
   form->set(u"txtName", u"Text", text("name"))
       .set(u"txtOld", u"Text", text("old"))
       .set(u"txtPath", u"Text", text("path"))
-      .set(u"cboGames", u"Text", Variant(fromUtf8(o.get("game-text", game))))
+      .set(u"cboGames", u"Text", Variant(valueOf(o.option("game-text", game))))
       .set(u"cboGames", u"ToolTipText", text("game"))
       .set(u"cboStats", u"Text", text("stats", "Please select a Stats System"))
       .set(u"txtSrHost", u"Text", text("host"))
@@ -75,50 +50,60 @@ std::shared_ptr<FormObject> formFrom(const Options& o) {
       .set(u"txtPadtime", u"Text", text("padtime"))
       .set(u"txtPadnum", u"Text", text("padnum"));
   std::vector<Text> urls;
-  auto it = o.values.find("url");
-  if (it != o.values.end()) {
+  auto it = o.options.find("url");
+  if (it != o.options.end()) {
     for (const auto& u : it->second)
-      urls.push_back(fromUtf8(u));
+      urls.push_back(valueOf(u));
   }
   form->control(u"lstUrls").setList(std::move(urls));
   return form;
 }
 
-const std::string& positional(const Options& o, size_t i, const char* what) {
-  if (i >= o.positional.size()) throw UsageError{std::string("missing argument: ") + what};
-  return o.positional[i];
-}
-
 int validate(Context& c) {
-  Options o = parse(c.args);
-  auto form = formFrom(o);
-  Text message = c.kvn.validateProfile(*form, fromUtf8(positional(o, 0, "FILE")));
-  printLine(message.empty() ? Text(u"valid") : message);
+  auto form = formFrom(c);
+  Text message = c.kvn.validateProfile(*form, pathArg(c, 0, "FILE"));
+  printValue(message.empty() ? Text(u"valid") : message);
   return message.empty() ? 0 : 1;
 }
 
 int save(Context& c) {
-  Options o = parse(c.args);
-  auto form = formFrom(o);
-  bool saved = c.kvn.writeProfile(*form, fromUtf8(positional(o, 0, "FILE")),
-                                  fromUtf8(positional(o, 1, "ROOT")));
-  printLine(u"[" + formGet(*form, u"txtName", u"Text").toText() + u"]");
+  auto form = formFrom(c);
+  bool saved = c.kvn.writeProfile(*form, pathArg(c, 0, "FILE"), pathArg(c, 1, "ROOT"));
+  printValue(u"[" + formGet(*form, u"txtName", u"Text").toText() + u"]");
   Text urls = uploadUrls(*form);
   for (const ProfileKey& k : kProfileKeys) {
-    printLine(Text(k.key) + u"=" + profileValue(*form, k, urls));
+    printValue(Text(k.key) + u"=" + profileValue(*form, k, urls));
   }
-  printLine(saved ? u"saved" : u"not saved completely");
+  printValue(saved ? u"saved" : u"not saved completely");
   return saved ? 0 : 1;
 }
 
+// The form's fields, as the main program's profile form holds them.
+const std::vector<Option> kFormOptions = {
+    {"name", "N", "the profile's name (txtName)"},
+    {"old", "N", "the name it had before, when renamed (txtOld)"},
+    {"path", "P", "the game server's executable (txtPath)"},
+    {"game", "G", "the game's key (cboGames tooltip)"},
+    {"game-text", "G", "the game as the list shows it (default: --game)"},
+    {"stats", "S", "the stats system (cboStats)"},
+    {"host", "H", "the stats host (txtSrHost)"},
+    {"port", "P", "the game port (txtGamePort)"},
+    {"url", "U", "an upload address; repeat for more (lstUrls)"},
+    {"ll", "I", "the log level's list index, -1 for none (cboLL)"},
+    {"acs", "0|1|2", "check box chkAcs"},
+    {"ara", "0|1|2", "check box chkAra"},
+    {"rbm", "0|1|2", "check box chkRbm"},
+    {"asp", "0|1|2", "check box chkAntiStatsPad"},
+    {"padtime", "T", "txtPadtime"},
+    {"padnum", "N", "txtPadnum"},
+};
+
 const CommandRegistrar kProfile{
-    {"profile", "validate", "FILE --name N [--old N] [--path P] [--game G] [--stats S]",
-     "check a profile form; prints the message", validate},
-    {"profile", "save",
-     "FILE ROOT --name N [--old N] [--path P] [--game G] [--game-text G] [--stats S] [--host H] "
-     "[--port P] [--url U]... [--ll I] [--acs|--ara|--rbm|--asp 0|1|2] [--padtime T] "
-     "[--padnum N]",
-     "save a profile form into FILE, its folder below ROOT/profiles", save},
+    {"profile", "validate", "FILE", "check a profile form; prints valid or the message (exit 1)",
+     validate, kFormOptions},
+    {"profile", "save", "FILE ROOT",
+     "save a profile form into FILE, its folder below ROOT/profiles; prints the section", save,
+     kFormOptions},
 };
 
 }  // namespace

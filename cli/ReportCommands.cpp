@@ -9,7 +9,7 @@ namespace zrk::cli {
 namespace {
 
 Text description(const Context& c) {
-  return c.args.empty() ? Text(u"Test report from zrkkvl") : textArg(c, 0, "DESCRIPTION");
+  return c.args.empty() ? Text(u"Test report from zrkkvl") : valueArg(c, 0, "DESCRIPTION");
 }
 
 int send(Context& c) {
@@ -23,13 +23,14 @@ int send(Context& c) {
   Variant repDat(std::move(rep));
   std::fprintf(stderr, "Sending to %s\n", toUtf8(diagnostics::reportUrl()).c_str());
   bool sent = c.kvn.SendErrorReport(repDat);
-  printLine(sent ? u"Error Report Sent: Yes" : u"Error Report Sent: Failed!");
-  return sent ? 0 : 1;
+  if (!sent) throw ToolError{"report send: Error Report Sent: Failed!"};
+  printValue(u"Error Report Sent: Yes");
+  return 0;
 }
 
 int log(Context& c) {
   c.kvn.LogError(u"zrkKVL.dll", u"zrkkvl report log", FailureInfo{0, description(c)}, 0);
-  printLine(diagnostics::errorLogPath());
+  printPath(diagnostics::errorLogPath());
   return 0;
 }
 

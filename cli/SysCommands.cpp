@@ -6,20 +6,20 @@ namespace {
 
 int describe(Context& c) {
   c.kvn.SetUIDStr();
-  printLine(replaceAll(c.kvn.GetUIDStr(), u"\r\n", u"\n"));
+  printValue(replaceAll(c.kvn.GetUIDStr(), u"\r\n", u"\n"));
   return 0;
 }
 
 int gpu(Context& c) {
-  printLine(replaceAll(c.kvn.GetGPUName(), u"\r\n", u"\n"));
+  printValue(replaceAll(c.kvn.GetGPUName(), u"\r\n", u"\n"));
   return 0;
 }
 
 int registry(Context& c) {
-  Text key = textArg(c, 0, "KEY"), value = textArg(c, 1, "VALUE");
+  Text key = valueArg(c, 0, "KEY"), value = valueArg(c, 1, "VALUE");
   Variant v = c.kvn.GetRegistryString(key, value);
   if (v.isEmpty()) return 1;
-  printLine(v.toText());
+  printValue(v.toText());
   return 0;
 }
 

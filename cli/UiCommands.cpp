@@ -55,7 +55,7 @@ int warn(Context& c) {
 }
 
 int help(Context& c) {
-  c.kvn.ShowHelp(textArg(c, 0, "FILE"), c.args.size() > 1 ? fromUtf8(c.args[1]) : Text());
+  c.kvn.ShowHelp(pathArg(c, 0, "FILE"), c.args.size() > 1 ? fromUtf8(c.args[1]) : Text());
   return 0;
 }
 

@@ -5,27 +5,29 @@ namespace zrk::cli {
 namespace {
 
 int check(Context& c) {
-  Text url = c.kvn.validateUrl(textArg(c, 0, "URL"));
+  Text url = c.kvn.validateUrl(valueArg(c, 0, "URL"));
   if (url.empty()) return 1;
-  printLine(url);
+  printValue(url);
   return 0;
 }
 
 int decode(Context& c) {
-  printLine(c.kvn.URLDecode(textArg(c, 0, "TEXT")));
+  printValue(c.kvn.URLDecode(valueArg(c, 0, "TEXT")));
   return 0;
 }
 
 int ip(Context& c) {
-  bool yes = c.kvn.isIpAdd(textArg(c, 0, "TEXT"));
-  printLine(yes ? u"True" : u"False");
-  return yes ? 0 : 1;
+  return answer(c.kvn.isIpAdd(valueArg(c, 0, "TEXT")));
 }
 
 const CommandRegistrar kUrl{
-    {"url", "check", "URL", "print the address to use, or exit 1 if it is not valid", check},
+    {"url", "check", "URL",
+     "print the address to use, or exit 1 if it is not valid (an international host name\n"
+     "                                   in its ASCII form, xn--...)",
+     check},
     {"url", "decode", "TEXT", "decode + and %XX escapes", decode},
-    {"url", "ip", "TEXT", "whether the text is a numeric IPv4 address (exit 0 if so)", ip},
+    {"url", "ip", "TEXT", "whether the text is a numeric IPv4 address: yes (exit 0) or no (exit 1)",
+     ip},
 };
 
 }  // namespace

@@ -9,13 +9,17 @@
 #include "platform/EventPump.h"
 #include "platform/FileSystemObject.h"
 #include "platform/LibraryFolder.h"
-#include "ui/frmUpdWarn.h"
 
 namespace zrk::mdlKVN {
 namespace {
 
 // The sub-path of the installation root where the library lies.
 constexpr TextView kLibrarySubPath = u"/dlls/Main Functions DLL";
+
+std::vector<void (*)(State&)>& startupSteps() {
+  static std::vector<void (*)(State&)> steps;
+  return steps;
+}
 
 Variant callMainObject(TextView name, std::vector<Variant> args) {
   std::shared_ptr<clsKVN> main = state().MainObject;  // kept alive through re-entrant calls
@@ -104,9 +108,13 @@ void Main() {
   State& s = state();
   s.RootPath = RootPathFromFolder(platform::libraryFolder());
   s.MainObject = std::make_shared<clsKVN>();
-  s.UpdWarn = std::make_shared<ui::frmUpdWarn>();
-  s.UpdWarn->Load();
+  for (auto step : startupSteps())
+    step(s);
   s.systemInfoDue = true;
+}
+
+StartupStep::StartupStep(void (*step)(State&)) {
+  startupSteps().push_back(step);
 }
 
 void ReleaseLibrary() {

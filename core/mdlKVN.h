@@ -53,6 +53,10 @@ platform::FileSystemObject& SharedFileSystem();
 
 // Start-up, once per thread before the first instance is handed out.
 void Main();
+// A step of Main that a folder above core adds at load time (the forms Main loads hidden).
+struct StartupStep {
+  explicit StartupStep(void (*step)(State&));
+};
 // Tear-down: empties RootPath, releases SharedFileSystem and MainObject.
 void ReleaseLibrary();
 

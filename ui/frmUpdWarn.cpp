@@ -3,6 +3,8 @@
 
 #include <initializer_list>
 
+#include "core/mdlKVN.h"
+
 namespace zrk::ui {
 namespace {
 
@@ -117,5 +119,11 @@ platform::FormLayout frmUpdWarn::layout() const {
   l.fontWeight = 400;
   return l;
 }
+
+// Main loads the form hidden on every thread that starts the library.
+const mdlKVN::StartupStep kLoadUpdWarn{[](mdlKVN::State& s) {
+  s.UpdWarn = std::make_shared<frmUpdWarn>();
+  s.UpdWarn->Load();
+}};
 
 }  // namespace zrk::ui

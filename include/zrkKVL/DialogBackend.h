@@ -6,6 +6,7 @@
 #include <memory>
 #include <vector>
 
+#include <zrkKVL/Export.h>
 #include <zrkKVL/Text.h>
 
 namespace zrk::platform {
@@ -37,7 +38,7 @@ struct FormLayout {
 };
 
 // A form on screen, shown without waiting for it to close; the user may close it at any time.
-class TextWindow {
+class ZRK_API TextWindow {
  public:
   virtual ~TextWindow() = default;
   // Replaces the text of the text box.
@@ -65,7 +66,7 @@ struct ToolTipWindow {
   bool destroyed = false;
 };
 
-class DialogBackend {
+class ZRK_API DialogBackend {
  public:
   virtual ~DialogBackend() = default;
   // Shows title and text with the buttons of `buttons`, blocks until answered, gives the answer.
@@ -86,7 +87,7 @@ class DialogBackend {
 
 // The backend in use. Until a host sets another: the desktop one when a display and its dialog
 // tool are there, else the terminal one.
-std::shared_ptr<DialogBackend> dialogBackend();
-void setDialogBackend(std::shared_ptr<DialogBackend> backend);
+ZRK_API std::shared_ptr<DialogBackend> dialogBackend();
+ZRK_API void setDialogBackend(std::shared_ptr<DialogBackend> backend);
 
 }  // namespace zrk::platform

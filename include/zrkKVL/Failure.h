@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <exception>
 
+#include <zrkKVL/Export.h>
 #include <zrkKVL/Text.h>
 
 namespace zrk {
@@ -41,9 +42,9 @@ inline constexpr int32_t WrongArgumentCount = 450;
 
 // The runtime's own words for a failure number; "Application-defined or object-defined error"
 // for numbers it has none for.
-Text defaultDescription(int32_t number);
+ZRK_API Text defaultDescription(int32_t number);
 
-class Failure : public std::exception {
+class ZRK_API Failure : public std::exception {
  public:
   explicit Failure(int32_t number);
   Failure(int32_t number, Text description);
@@ -59,14 +60,14 @@ class Failure : public std::exception {
 };
 
 // The failure for the OS error `errnoValue`, as the file layer reports it.
-Failure failureFromErrno(int errnoValue);
+ZRK_API Failure failureFromErrno(int errnoValue);
 
 // Runs `body`, turning any standard-library exception into the nearest Failure, so that only
 // Failure leaves the library.
 template <class Body>
 decltype(auto) mapExceptions(Body&& body);
 
-FailureInfo infoFromCurrentException();
+ZRK_API FailureInfo infoFromCurrentException();
 
 template <class Body>
 decltype(auto) mapExceptions(Body&& body) {

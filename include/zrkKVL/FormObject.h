@@ -7,18 +7,19 @@
 #include <optional>
 #include <vector>
 
+#include <zrkKVL/Export.h>
 #include <zrkKVL/Variant.h>
 
 namespace zrk {
 
 // control.property of any late-bound form, read or written by name; a form or control that does
 // not answer to the name fails with 438.
-Variant formGet(Dispatch& form, TextView control, TextView property,
-                std::vector<Variant> args = {});
-void formLet(Dispatch& form, TextView control, TextView property, Variant value);
+ZRK_API Variant formGet(Dispatch& form, TextView control, TextView property,
+                        std::vector<Variant> args = {});
+ZRK_API void formLet(Dispatch& form, TextView control, TextView property, Variant value);
 
 // A control: named properties, and for list controls the items behind List(i) and ListCount.
-class FormControl : public Dispatch {
+class ZRK_API FormControl : public Dispatch {
  public:
   void set(TextView property, Variant value);
   // Makes this a list control holding `items`.
@@ -31,7 +32,7 @@ class FormControl : public Dispatch {
 };
 
 // A form of named controls; names compare without regard to case.
-class FormObject : public Dispatch {
+class ZRK_API FormObject : public Dispatch {
  public:
   // The control of that name, made empty when missing.
   FormControl& control(TextView name);

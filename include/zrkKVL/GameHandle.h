@@ -3,9 +3,11 @@
 
 #include <cstdint>
 
+#include <zrkKVL/Export.h>
+
 namespace zrk {
 
 // Releases `pHwnd`; false if it was no open handle.
-bool CloseGameHandle(int32_t pHwnd);
+ZRK_API bool CloseGameHandle(int32_t pHwnd);
 
 }  // namespace zrk

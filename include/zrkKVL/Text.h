@@ -6,34 +6,36 @@
 #include <string_view>
 #include <vector>
 
+#include <zrkKVL/Export.h>
+
 namespace zrk {
 
 using Text = std::u16string;
 using TextView = std::u16string_view;
 
 // Plain ASCII to Text, for literals built at run time.
-Text ascii(std::string_view s);
+ZRK_API Text ascii(std::string_view s);
 
 // Decimal form of a whole number, no padding.
-Text decimal(int64_t n);
+ZRK_API Text decimal(int64_t n);
 
 // Every occurrence of `what` replaced by `with`, compared exactly.
-Text replaceAll(TextView in, TextView what, TextView with);
+ZRK_API Text replaceAll(TextView in, TextView what, TextView with);
 
 // The parts between the separators, compared exactly; an empty text gives no parts.
-std::vector<Text> split(TextView in, TextView separator);
+ZRK_API std::vector<Text> split(TextView in, TextView separator);
 
 // Spaces taken off both ends.
-Text trimBlanks(TextView s);
+ZRK_API Text trimBlanks(TextView s);
 
 // Letters lower-cased (every capital of the ANSI code page); everything else unchanged.
-Text lowerCase(TextView s);
+ZRK_API Text lowerCase(TextView s);
 
 // Equality without regard to case (ASCII and Latin-1 letters).
-bool equalsNoCase(TextView a, TextView b);
+ZRK_API bool equalsNoCase(TextView a, TextView b);
 
 // UTF-16 <-> UTF-8, for file names and the terminal.
-std::string toUtf8(TextView s);
-Text fromUtf8(std::string_view s);
+ZRK_API std::string toUtf8(TextView s);
+ZRK_API Text fromUtf8(std::string_view s);
 
 }  // namespace zrk

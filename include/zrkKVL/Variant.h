@@ -7,6 +7,7 @@
 #include <variant>
 #include <vector>
 
+#include <zrkKVL/Export.h>
 #include <zrkKVL/Text.h>
 
 namespace zrk {
@@ -16,7 +17,7 @@ class Dispatch;
 
 // An array with its own lower bound; upper bound = lower bound + count - 1, so an empty array
 // with lower bound 0 has upper bound -1.
-struct VariantArray {
+struct ZRK_API VariantArray {
   int32_t lowerBound = 0;
   std::vector<Variant> items;
 
@@ -26,7 +27,7 @@ struct VariantArray {
   const Variant& at(int32_t index) const;
 };
 
-class Variant {
+class ZRK_API Variant {
  public:
   enum class Kind { Empty, Text, Integer, Long, Double, Boolean, Array, Object };
 
@@ -84,7 +85,7 @@ inline bool Variant::operator==(const Variant& o) const {
 }
 
 // An object reached by member names at run time.
-class Dispatch {
+class ZRK_API Dispatch {
  public:
   enum class CallKind { Method, Get, Let };
   virtual ~Dispatch() = default;
@@ -94,19 +95,19 @@ class Dispatch {
 };
 
 // Convenience: property read and write through invoke.
-Variant getProperty(Dispatch& obj, TextView name);
-void letProperty(Dispatch& obj, TextView name, Variant value);
+ZRK_API Variant getProperty(Dispatch& obj, TextView name);
+ZRK_API void letProperty(Dispatch& obj, TextView name, Variant value);
 
 // The platform's numeric-text test: blanks round the number, a sign, digits with one decimal
 // point, an exponent (E or D) with its sign, or the &H and &O forms. Gives the value if numeric.
-std::optional<double> parseNumericText(TextView s);
-bool isNumericText(TextView s);
+ZRK_API std::optional<double> parseNumericText(TextView s);
+ZRK_API bool isNumericText(TextView s);
 
 // Round half to even, as the interface rounds a double into a whole number; failure 6 outside
 // the 32-bit range.
-int32_t roundToLong(double d);
+ZRK_API int32_t roundToLong(double d);
 
 // Text form of a double as the interface prints it (15 significant digits, no trailing zeros).
-Text formatDouble(double d);
+ZRK_API Text formatDouble(double d);
 
 }  // namespace zrk

@@ -1,12 +1,30 @@
-// Prints the installation root the library derives from where it was loaded.
+// Prints the installation root the library derives from where it was loaded, through the public
+// interface only: a help file is opened below the root, and the backend sees its full path.
 #include <cstdio>
+#include <memory>
 
+#include <zrkKVL/DialogBackend.h>
 #include <zrkKVL/clsKVN.h>
-#include "core/mdlKVN.h"
+
+namespace {
+
+class HelpPath : public zrk::platform::DialogBackend {
+ public:
+  int32_t messageBox(zrk::TextView, int32_t, zrk::TextView) override { return 1; }
+  void showHelp(zrk::TextView file, zrk::TextView) override { path = zrk::Text(file); }
+  zrk::Text path;
+};
+
+}  // namespace
 
 int main() {
+  auto help = std::make_shared<HelpPath>();
+  zrk::platform::setDialogBackend(help);
   zrk::clsKVN kvn;
-  std::printf("%s\n", zrk::toUtf8(zrk::mdlKVN::state().RootPath).c_str());
+  kvn.ShowHelp(u"probe", u"");
+  zrk::Text root =
+      help->path.substr(0, help->path.size() - std::char_traits<char16_t>::length(u"/probe"));
+  std::printf("%s\n", zrk::toUtf8(root).c_str());
   kvn.Unload();
   return 0;
 }

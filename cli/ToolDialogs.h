@@ -1,0 +1,40 @@
+// The tool's dialog backend: a trapped failure's dialog becomes one error line, and yes/no
+// questions can be answered from the command line; every other window goes to the backend the
+// platform chose (desktop or terminal).
+#pragma once
+
+#include <memory>
+#include <optional>
+
+#include <zrkKVL/DialogBackend.h>
+
+namespace zrk::cli {
+
+class ToolDialogs : public platform::DialogBackend {
+ public:
+  explicit ToolDialogs(std::shared_ptr<platform::DialogBackend> inner) : inner_(std::move(inner)) {}
+
+  int32_t messageBox(TextView text, int32_t buttons, TextView title) override;
+  int32_t screenWidthTwips() override { return inner_->screenWidthTwips(); }
+  std::shared_ptr<platform::TextWindow> showTextWindow(const platform::FormLayout& layout,
+                                                       TextView text) override {
+    return inner_->showTextWindow(layout, text);
+  }
+  void toolTipChanged(const platform::ToolTipWindow& tip) override { inner_->toolTipChanged(tip); }
+  void showHelp(TextView file, TextView topic) override { inner_->showHelp(file, topic); }
+
+  // Every later yes/no question gets `answer` (mb::Yes or mb::No) without being shown.
+  void answerQuestions(int32_t answer) { answer_ = answer; }
+  // Whether a trapped failure was reported.
+  bool failed() const { return failed_; }
+
+ private:
+  std::shared_ptr<platform::DialogBackend> inner_;
+  std::optional<int32_t> answer_;
+  bool failed_ = false;
+};
+
+// The tool's backend, made and installed at the first call.
+ToolDialogs& toolDialogs();
+
+}  // namespace zrk::cli

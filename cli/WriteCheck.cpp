@@ -1,0 +1,40 @@
+// File stamps and the reasons a write could not happen.
+#include "cli/WriteCheck.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "cli/Command.h"
+#include "platform/Paths.h"
+
+namespace zrk::cli {
+
+FileStamp stampOf(TextView path) {
+  struct stat st {};
+  if (::stat(platform::nativePath(path).c_str(), &st) != 0) return {};
+  return {true, st.st_dev, st.st_ino, static_cast<unsigned long long>(st.st_size),
+          st.st_mtim.tv_sec * 1000000000LL + st.st_mtim.tv_nsec};
+}
+
+std::string whyNotWritable(TextView path) {
+  std::string file = platform::nativePath(path);
+  std::string folder = platform::nativePath(platform::parentOf(path));
+  if (folder.empty()) folder = ".";
+  struct stat st {};
+  if (::stat(folder.c_str(), &st) != 0) return "folder does not exist";
+  if (!S_ISDIR(st.st_mode)) return "parent is not a folder";
+  if (::stat(file.c_str(), &st) == 0) {
+    if (S_ISDIR(st.st_mode)) return "is a folder";
+    if ((st.st_mode & 0222) == 0) return "file is read-only";
+    if (::access(file.c_str(), W_OK) != 0) return "permission denied";
+  }
+  if (::access(folder.c_str(), W_OK) != 0) return "folder is not writable";
+  return "not written";
+}
+
+void failWrite(const char* command, TextView path) {
+  throw ToolError{std::string(command) + ": cannot write " + quotePath(path) + ": " +
+                  whyNotWritable(path)};
+}
+
+}  // namespace zrk::cli
