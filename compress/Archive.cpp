@@ -114,8 +114,7 @@ bool clsKVN::ExtractArchive(Text sArchiveName, std::optional<Text> DiffDir) {
           writeMember(out, folder, name, content);
         } else {
           // A name that would leave the output folder is never written anywhere.
-          files::reportWriteFailure(folder + u"/" + name,
-                                    Failure(err::PathFileAccessError).info());
+          files::reportWriteFailure(folder + u"/" + name, Failure(err::PathFileAccessError).info());
         }
       } else {
         ++damaged;

@@ -132,6 +132,7 @@ OutputFile::OutputFile(TextView path, Mode mode) : path_(checkedNativePath(path)
 }
 
 OutputFile::~OutputFile() {
+  if (replacement_) return;  // an output open that was not closed puts nothing in place
   try {
     close();
   } catch (...) {

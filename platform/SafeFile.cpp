@@ -10,7 +10,7 @@
 #include <climits>
 #include <cstdio>
 #include <fstream>
-#include <random>
+#include <functional>
 
 #include <zrkKVL/Failure.h>
 #include "platform/SysCalls.h"
@@ -31,13 +31,14 @@ Failure writeFailure(int e) {
   throw writeFailure(e);
 }
 
-// A short name of our own for a temporary link in the folder: short enough that a target
-// name at the file system's limit still leaves room, and hidden from folder listings.
-std::string temporaryName() {
-  static thread_local std::mt19937 random{std::random_device{}()};
-  char name[16];
-  std::snprintf(name, sizeof name, ".~%08x", unsigned(random()));
-  return name;
+// The name under which the new content of `name` waits for its rename: one per file, so that
+// the next write of the file removes what a writer killed in between left there. A long name
+// gets a short hash instead, so that a name at the file system's limit still works.
+std::string temporaryNameFor(const std::string& name) {
+  if (name.size() <= 200) return ".~" + name;
+  char hashed[32];
+  std::snprintf(hashed, sizeof hashed, ".~%016zx", std::hash<std::string>{}(name));
+  return hashed;
 }
 
 std::optional<struct stat> statAt(int dirFd, const std::string& name) {
@@ -153,13 +154,11 @@ void FileReplacement::openTemporary() {
   const char* shown = shownPath_.c_str();
   fd_ = sys::openat(dirFd_, ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600, shown);
   if (fd_ < 0 && (errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL)) {
-    // No unnamed files here: a short name of our own, removed again on every failure.
-    for (int tries = 0; fd_ < 0 && tries < 100; ++tries) {
-      tmpName_ = temporaryName();
-      fd_ = sys::openat(dirFd_, tmpName_.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600,
-                        shown);
-      if (fd_ < 0 && errno != EEXIST) break;
-    }
+    // No unnamed files here: the file's temporary name, a stale one removed first.
+    tmpName_ = temporaryNameFor(name_);
+    ::unlinkat(dirFd_, tmpName_.c_str(), 0);
+    fd_ =
+        sys::openat(dirFd_, tmpName_.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600, shown);
     if (fd_ < 0) tmpName_.clear();
   }
   if (fd_ < 0) {
@@ -183,8 +182,8 @@ void FileReplacement::writeAll(int fd, std::string_view bytes, off_t at) {
   size_t off = 0;
   while (off < bytes.size()) {
     ssize_t w = at < 0 ? sys::write(fd, bytes.data() + off, bytes.size() - off, shownPath_.c_str())
-                       : sys::pwrite(fd, bytes.data() + off, bytes.size() - off,
-                                     at + off_t(off), shownPath_.c_str());
+                       : sys::pwrite(fd, bytes.data() + off, bytes.size() - off, at + off_t(off),
+                                     shownPath_.c_str());
     if (w < 0 && errno == EINTR) continue;
     if (w <= 0) fail(w < 0 ? errno : EIO);
     off += size_t(w);
@@ -243,23 +242,39 @@ void FileReplacement::commitInPlace() {
 void FileReplacement::commitByRename() {
   mode_t mode = old_ ? (old_->st_mode & 07777) : (0666 & ~currentUmask());
   if (::fchmod(fd_, mode) != 0 || ::fsync(fd_) != 0) fail(errno);
-  if (tmpName_.empty()) {
-    std::string self = "/proc/self/fd/" + std::to_string(fd_);
-    for (int tries = 0; tmpName_.empty() && tries < 100; ++tries) {
-      std::string name = temporaryName();
-      if (::linkat(AT_FDCWD, self.c_str(), dirFd_, name.c_str(), AT_SYMLINK_FOLLOW) == 0) {
-        tmpName_ = name;
-      } else if (errno != EEXIST) {
-        fail(errno);
-      }
+  if (!tmpName_.empty()) {
+    if (sys::renameat(dirFd_, tmpName_.c_str(), name_.c_str(), shownPath_.c_str()) != 0) {
+      fail(errno);
     }
-    if (tmpName_.empty()) fail(EEXIST);
+  } else {
+    linkAndRename();
   }
-  if (sys::renameat(dirFd_, tmpName_.c_str(), name_.c_str(), shownPath_.c_str()) != 0) fail(errno);
   tmpName_.clear();
   ::close(fd_);
   fd_ = -1;
   if (::fsync(dirFd_) != 0 && errno != EINVAL) fail(errno);
+}
+
+// Gives the unnamed file its temporary name and renames it over the file. A name standing
+// there already is a killed writer's leftover, or another writer's of the same file: it is
+// removed, and should ours be removed before the rename, it is linked again.
+void FileReplacement::linkAndRename() {
+  std::string self = "/proc/self/fd/" + std::to_string(fd_);
+  std::string tmp = temporaryNameFor(name_);
+  for (int tries = 0; tries < 100; ++tries) {
+    if (::linkat(AT_FDCWD, self.c_str(), dirFd_, tmp.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+      if (errno != EEXIST) fail(errno);
+      ::unlinkat(dirFd_, tmp.c_str(), 0);
+      continue;
+    }
+    if (sys::renameat(dirFd_, tmp.c_str(), name_.c_str(), shownPath_.c_str()) == 0) return;
+    if (errno != ENOENT) {
+      int e = errno;
+      ::unlinkat(dirFd_, tmp.c_str(), 0);
+      fail(e);
+    }
+  }
+  fail(EBUSY);
 }
 
 void FileReplacement::dropTemporary() {

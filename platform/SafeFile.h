@@ -86,6 +86,7 @@ class FileReplacement {
   void writeAll(int fd, std::string_view bytes, off_t at);
   void commitInPlace();
   void commitByRename();
+  void linkAndRename();
   void dropTemporary();
   void discard();
 

@@ -21,8 +21,9 @@ Text profileFolder(const Text& zrkPath, const Text& name) {
 // A profile name stays a single folder below "profiles": a name holding a separator, or "."
 // or "..", would reach elsewhere, so it is refused before anything changes.
 void checkProfileName(const Text& name, bool mayBeEmpty) {
-  bool bad = name.empty() ? !mayBeEmpty
-                          : name == u"." || name == u".." || name.find_first_of(u"/\\") != Text::npos;
+  bool bad = name.empty()
+                 ? !mayBeEmpty
+                 : name == u"." || name == u".." || name.find_first_of(u"/\\") != Text::npos;
   if (bad) {
     throw Failure(err::BadFileNameOrNumber,
                   defaultDescription(err::BadFileNameOrNumber) + u" [" + name + u"]");
