@@ -292,7 +292,8 @@ int32_t GetPrivateProfileStringA(const Text* section, const Text* key, TextView 
   }
   if (!key) {
     std::vector<std::string> names;
-    forEachLineOfSection(content, toAnsi(*section), [&](const Line& l) {
+    std::string sectionBytes = toAnsi(*section);
+    forEachLineOfSection(content, trim(sectionBytes), [&](const Line& l) {
       if (l.kind == Line::Kind::Key) names.emplace_back(l.name);
       return true;
     });
@@ -302,7 +303,8 @@ int32_t GetPrivateProfileStringA(const Text* section, const Text* key, TextView 
   Bytes value = defBytes;
   while (!value.empty() && isBlank(value.back()))
     value.remove_suffix(1);
-  std::string s = toAnsi(*section), k = toAnsi(*key);
+  std::string sectionBytes = toAnsi(*section), keyBytes = toAnsi(*key);
+  Bytes s = trim(sectionBytes), k = trim(keyBytes);
   if (!s.empty() && !k.empty()) {
     forEachLineOfSection(content, s, [&](const Line& l) {
       if (l.kind != Line::Kind::Key || !sameName(l.name, k)) return true;
@@ -317,7 +319,8 @@ int32_t GetPrivateProfileSectionA(TextView section, Text& buffer, int32_t size, 
   auto content = readProfileFile(file);
   if (!content) return 0;
   std::vector<std::string> entries;
-  bool found = forEachLineOfSection(*content, toAnsi(section), [&](const Line& l) {
+  std::string sectionBytes = toAnsi(section);
+  bool found = forEachLineOfSection(*content, trim(sectionBytes), [&](const Line& l) {
     if (l.kind == Line::Kind::Key || l.kind == Line::Kind::Other) entries.push_back(lineText(l));
     return true;
   });
