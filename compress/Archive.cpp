@@ -133,6 +133,8 @@ bool clsKVN::ExtractArchive(Text sArchiveName, std::optional<Text> DiffDir) {
       if (recordPos > std::numeric_limits<int32_t>::max()) throw Failure(err::Overflow);
       i += digits + 1;
     }
+    for (auto& [name, failure] : out.finish())
+      files::reportWriteFailure(folder + u"/" + name, failure.info());
     return true;
   });
 }

@@ -239,15 +239,20 @@ void FileReplacement::commitInPlace() {
   if (::close(fd) != 0 && errno != EINTR) fail(errno);
 }
 
-void FileReplacement::commitByRename() {
+void FileReplacement::takeFinalMode() {
   mode_t mode = old_ ? (old_->st_mode & 07777) : (0666 & ~currentUmask());
-  if (::fchmod(fd_, mode) != 0 || ::fsync(fd_) != 0) fail(errno);
-  if (!tmpName_.empty()) {
-    if (sys::renameat(dirFd_, tmpName_.c_str(), name_.c_str(), shownPath_.c_str()) != 0) {
-      fail(errno);
-    }
-  } else {
-    linkAndRename();
+  if (::fchmod(fd_, mode) != 0) fail(errno);
+}
+
+void FileReplacement::commitByRename() {
+  takeFinalMode();
+  if (::fsync(fd_) != 0) fail(errno);
+  for (int tries = 0;; ++tries) {
+    if (tmpName_.empty()) linkTemporary();
+    if (sys::renameat(dirFd_, tmpName_.c_str(), name_.c_str(), shownPath_.c_str()) == 0) break;
+    // Another writer of the same file took the temporary name away: link ours again.
+    if (errno != ENOENT || tries == 100) fail(errno);
+    tmpName_.clear();
   }
   tmpName_.clear();
   ::close(fd_);
@@ -255,26 +260,41 @@ void FileReplacement::commitByRename() {
   if (::fsync(dirFd_) != 0 && errno != EINVAL) fail(errno);
 }
 
-// Gives the unnamed file its temporary name and renames it over the file. A name standing
-// there already is a killed writer's leftover, or another writer's of the same file: it is
-// removed, and should ours be removed before the rename, it is linked again.
-void FileReplacement::linkAndRename() {
+// Gives the unnamed file its temporary name. A name standing there already is a killed
+// writer's leftover, or another writer's of the same file: it is removed.
+void FileReplacement::linkTemporary() {
   std::string self = "/proc/self/fd/" + std::to_string(fd_);
   std::string tmp = temporaryNameFor(name_);
   for (int tries = 0; tries < 100; ++tries) {
-    if (::linkat(AT_FDCWD, self.c_str(), dirFd_, tmp.c_str(), AT_SYMLINK_FOLLOW) != 0) {
-      if (errno != EEXIST) fail(errno);
-      ::unlinkat(dirFd_, tmp.c_str(), 0);
-      continue;
+    if (::linkat(AT_FDCWD, self.c_str(), dirFd_, tmp.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+      tmpName_ = tmp;
+      return;
     }
-    if (sys::renameat(dirFd_, tmp.c_str(), name_.c_str(), shownPath_.c_str()) == 0) return;
-    if (errno != ENOENT) {
-      int e = errno;
-      ::unlinkat(dirFd_, tmp.c_str(), 0);
-      fail(e);
-    }
+    if (errno != EEXIST) fail(errno);
+    ::unlinkat(dirFd_, tmp.c_str(), 0);
   }
-  fail(EBUSY);
+  fail(EEXIST);
+}
+
+std::string FileReplacement::stage() {
+  if (inPlace_) {
+    commit();
+    return {};
+  }
+  if (state_ != State::Open) fail(EIO);
+  try {
+    takeFinalMode();
+    if (tmpName_.empty()) linkTemporary();
+  } catch (...) {
+    discard();
+    throw;
+  }
+  std::string staged = std::move(tmpName_);
+  tmpName_.clear();
+  ::close(fd_);
+  fd_ = -1;
+  state_ = State::Committed;
+  return staged;
 }
 
 void FileReplacement::dropTemporary() {

@@ -79,14 +79,19 @@ class FileReplacement {
   void write(std::string_view bytes);
   // Puts the new content in place, durably; after a failure here the old content stays.
   void commit();
+  // For many files at once: leaves the new content under its temporary name, neither synced
+  // nor in place, and gives that name; the caller syncs once and renames each. A file that is
+  // rewritten in place is committed here and gives "".
+  std::string stage();
 
  private:
   void open();
   void openTemporary();
   void writeAll(int fd, std::string_view bytes, off_t at);
   void commitInPlace();
+  void takeFinalMode();
   void commitByRename();
-  void linkAndRename();
+  void linkTemporary();
   void dropTemporary();
   void discard();
 
