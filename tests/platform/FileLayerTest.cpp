@@ -5,6 +5,7 @@
 #include <functional>
 
 #include <zrkKVL/Failure.h>
+#include "platform/BinaryFile.h"
 #include "platform/FileIO.h"
 #include "platform/FileSystemObject.h"
 #include "platform/Paths.h"
@@ -230,6 +231,26 @@ TEST(FileSystemObject, CreateTextFileRefusesAReadOnlyFile) {
   ::chmod((d / "ro").c_str(), 0444);
   EXPECT_EQ(test::failureOf([&] { fso.CreateTextFile(T(d / "ro")); }), err::PermissionDenied);
   EXPECT_EQ(test::readBytes(d / "ro"), "keep");
+}
+
+}  // namespace
+}  // namespace zrk::platform
+
+namespace zrk::platform {
+namespace {
+
+// A binary open of a read-only file reads it and refuses every write, root included.
+TEST(BinaryFile, AReadOnlyFileIsReadAndNeverWritten) {
+  test::TempDir d;
+  test::writeBytes(d / "ro.bin", "abcdef");
+  ::chmod((d / "ro.bin").c_str(), 0444);
+  BinaryFile file(test::T(d / "ro.bin"));
+  std::string got(3, '\0');
+  file.readAt(2, got);
+  EXPECT_EQ(got, "bcd");
+  EXPECT_EQ(test::failureOf([&] { file.writeAt(1, "XY"); }), err::PermissionDenied);
+  file.close();
+  EXPECT_EQ(test::readBytes(d / "ro.bin"), "abcdef");
 }
 
 }  // namespace

@@ -160,14 +160,23 @@ TEST_F(ProfileWriter, NamesThatLeaveTheProfilesFolderAreRefused) {
   writeBytes(root / "victim/settings/v.cfg", "v");
   makeDir(root / "profiles/Old");
   const Profile cases[] = {
-      {u"../escape"},          {u"..\\escape"},       {u".."}, {u"."}, {u"a/b"},
-      {u"a\\b"},             {root.text("escape")},  {u""},
-      {u"New", u"../victim"},  {u"New", u".."},       {u"New", u"..\\victim"},
+      {u"../escape"},
+      {u"..\\escape"},
+      {u".."},
+      {u"."},
+      {u"a/b"},
+      {u"a\\b"},
+      {root.text("escape")},
+      {u""},
+      {u"New", u"../victim"},
+      {u"New", u".."},
+      {u"New", u"..\\victim"},
   };
   for (const Profile& p : cases) {
     loggedFailures().clear();
     EXPECT_FALSE(save(p)) << toUtf8(p.name) << " / " << toUtf8(p.old);
-    EXPECT_EQ(failures(), Failures{"writeProfile:52@1"}) << toUtf8(p.name) << " / " << toUtf8(p.old);
+    EXPECT_EQ(failures(), Failures{"writeProfile:52@1"})
+        << toUtf8(p.name) << " / " << toUtf8(p.old);
     EXPECT_EQ(readBytes(root / "profiles.bini"), packed);
     EXPECT_FALSE(exists(root / "profiles.ini"));
   }
