@@ -35,9 +35,9 @@ Failure writeFailure(int e) {
 // the next write of the file removes what a writer killed in between left there. A long name
 // gets a short hash instead, so that a name at the file system's limit still works.
 std::string temporaryNameFor(const std::string& name) {
-  if (name.size() <= 200) return ".~" + name;
+  if (name.size() <= 200) return ".~zrk." + name;
   char hashed[32];
-  std::snprintf(hashed, sizeof hashed, ".~%016zx", std::hash<std::string>{}(name));
+  std::snprintf(hashed, sizeof hashed, ".~zrk.%016zx", std::hash<std::string>{}(name));
   return hashed;
 }
 
@@ -152,7 +152,9 @@ void FileReplacement::open() {
 
 void FileReplacement::openTemporary() {
   const char* shown = shownPath_.c_str();
-  fd_ = sys::openat(dirFd_, ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600, shown);
+  // An unnamed file is out of everyone's reach, so a new one is made with the mode any
+  // program's new file gets (0666 less the umask, or what a default ACL says) and keeps it.
+  fd_ = sys::openat(dirFd_, ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, old_ ? 0600 : 0666, shown);
   if (fd_ < 0 && (errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL)) {
     // No unnamed files here: the file's temporary name, a stale one removed first.
     tmpName_ = temporaryNameFor(name_);
@@ -240,6 +242,7 @@ void FileReplacement::commitInPlace() {
 }
 
 void FileReplacement::takeFinalMode() {
+  if (!old_ && tmpName_.empty()) return;  // a new unnamed file was made with its mode
   mode_t mode = old_ ? (old_->st_mode & 07777) : (0666 & ~currentUmask());
   if (::fchmod(fd_, mode) != 0) fail(errno);
 }
