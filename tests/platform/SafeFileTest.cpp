@@ -106,6 +106,19 @@ TEST(FileRules, RootRewritingAnotherUsersFileKeepsItTheirs) {
     EXPECT_EQ(st.st_uid, nobody->pw_uid) << w.name;
     EXPECT_EQ(st.st_gid, nobody->pw_gid) << w.name;
     EXPECT_EQ(readBytes(d / "f"), "new") << w.name;
+    // The owner goes on writing it, in a folder where it may not make files.
+    ::chmod(d.path().c_str(), 0755);
+    pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      bool ok = ::setgid(nobody->pw_gid) == 0 && ::setuid(nobody->pw_uid) == 0 &&
+                replaceFileAtomically(d / "f", "by its owner");
+      ::_exit(ok ? 0 : 1);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << w.name;
+    EXPECT_EQ(readBytes(d / "f"), "by its owner") << w.name;
   }
 }
 
