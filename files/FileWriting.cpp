@@ -25,8 +25,8 @@ void writeLines(platform::OutputFile& out, const Variant& data) {
     out.printLine(items.at(i).toText());
 }
 
-// An element that cannot be written stops WriteFile after the open, which has emptied the file:
-// the lines before it are the file's content. A failed write of the file itself puts nothing
+// An element that cannot be written ends WriteFile with the lines before it as the file's
+// content, as if the open had emptied the file. A failed write of the file itself puts nothing
 // in place, and the old content stays.
 void keepWhatWasWritten(platform::OutputFile& out) {
   try {
