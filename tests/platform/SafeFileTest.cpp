@@ -14,7 +14,9 @@
 #include <set>
 
 #include <zrkKVL/Failure.h>
+#include "platform/ExtractionFolder.h"
 #include "platform/FileIO.h"
+#include "platform/ProfileOps.h"
 #include "support/TestSupport.h"
 
 namespace zrk::platform {
@@ -128,9 +130,15 @@ TEST(FileRules, NewFilesTakeTheUmask) {
     TempDir d;
     writeFileWhole(d / "whole", "x");
     OutputFile(T(d / "append"), OutputFile::Mode::Append).close();
+    Text section = u"S", key = u"k", value = u"v";
+    EXPECT_TRUE(WritePrivateProfileStringA(&section, &key, &value, T(d / "ini")));
+    {
+      ExtractionFolder out(T(d.path()));
+      out.writeFile(u"member", "m");
+    }
     ::umask(old);
-    EXPECT_EQ(statOf(d / "whole").st_mode & 07777, 0666 & ~mask) << std::oct << mask;
-    EXPECT_EQ(statOf(d / "append").st_mode & 07777, 0666 & ~mask) << std::oct << mask;
+    for (const char* name : {"whole", "append", "ini", "member"})
+      EXPECT_EQ(statOf(d / name).st_mode & 07777, 0666 & ~mask) << name << " " << std::oct << mask;
   }
 }
 
