@@ -15,7 +15,11 @@ namespace zrk::platform {
 ExtractionFolder::ExtractionFolder(TextView folder) : folder_(folder) {}
 
 ExtractionFolder::~ExtractionFolder() {
-  finish();
+  try {
+    finish();
+  } catch (...) {
+    // Nothing to report to from here; what could not be put in place keeps its old content.
+  }
 }
 
 void ExtractionFolder::open() {
