@@ -17,6 +17,7 @@
 #include "platform/ExtractionFolder.h"
 #include "platform/FileIO.h"
 #include "platform/ProfileOps.h"
+#include "platform/SysCalls.h"
 #include "support/TestSupport.h"
 
 namespace zrk::platform {
@@ -174,6 +175,31 @@ TEST(FileRules, NamesUpToTheFileSystemLimitAreWritten) {
   EXPECT_EQ(failureOf([&] { writeFileWhole(d / std::string(256, 'n'), "x"); }),
             err::BadFileNameOrNumber);
   EXPECT_EQ(entriesOf(d.path()).size(), 3u);
+}
+
+// Where the file system has no unnamed files, a short temporary name of the file's own takes
+// their place, with the same results and nothing left behind.
+TEST(FileRules, WithoutUnnamedFilesATemporaryNameServes) {
+  faults::Scope scope;
+  TempDir d;
+  writeBytes(d / "old", "old");
+  ::chmod((d / "old").c_str(), 0640);
+  writeBytes(d / ".~zrk.old", "left by a killed writer");
+  mode_t mask = ::umask(027);
+  for (const char* name : {"old", "new"}) {
+    faults::add({faults::Call::OpenWrite, d / name, EOPNOTSUPP, 0, 1});
+    writeFileWhole(d / name, std::string("content of ") + name);
+    EXPECT_EQ(readBytes(d / name), std::string("content of ") + name);
+  }
+  ::umask(mask);
+  EXPECT_EQ(statOf(d / "old").st_mode & 07777, 0640u);
+  EXPECT_EQ(statOf(d / "new").st_mode & 07777, 0640u);
+  EXPECT_EQ(entriesOf(d.path()), (std::set<std::string>{"new", "old"}));
+  faults::add({faults::Call::OpenWrite, d / "old", EOPNOTSUPP, 0, 1});
+  faults::diskFull(d / "old");
+  EXPECT_EQ(failureOf([&] { writeFileWhole(d / "old", "lost"); }), err::DiskFull);
+  EXPECT_EQ(readBytes(d / "old"), "content of old");
+  EXPECT_EQ(entriesOf(d.path()), (std::set<std::string>{"new", "old"}));
 }
 
 TEST(FileRules, AnUnclosedOutputKeepsTheOldContent) {
