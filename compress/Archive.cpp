@@ -9,7 +9,9 @@
 #include "core/mdlKVN.h"
 #include "files/FileWriting.h"
 #include "files/TextOps.h"
+#include "platform/CodePage.h"
 #include "platform/Dialogs.h"
+#include "platform/ExtractionFolder.h"
 #include "platform/FileSystemObject.h"
 #include "platform/Paths.h"
 
@@ -38,6 +40,17 @@ Text folderOf(const platform::FileInfo& file) {
 Text readImage(clsKVN& kvn, const Text& archiveName) {
   Text numbers = trimBlanks(kvn.HexRead(archiveName));
   return trimBlanks(archive::bytesFromHexText(numbers));
+}
+
+// Writes one member as WriteFile writes a line, and reports a failure as WriteFile does; the
+// walk goes on with the next member.
+void writeMember(platform::ExtractionFolder& out, const Text& folder, const Text& name,
+                 const Text& content) {
+  try {
+    out.writeFile(name, platform::toAnsi(content) + "\r\n");
+  } catch (const Failure& f) {
+    files::reportWriteFailure(folder + u"/" + name, f.info());
+  }
 }
 
 }  // namespace
@@ -74,6 +87,7 @@ bool clsKVN::ExtractArchive(Text sArchiveName, std::optional<Text> DiffDir) {
     platform::FileInfo file = mdlKVN::SharedFileSystem().GetFile(sArchiveName);
     Text folder = DiffDir && !DiffDir->empty() ? *DiffDir : folderOf(file);
 
+    platform::ExtractionFolder out(folder);
     int64_t recordPos = 1;
     int32_t damaged = 0;
     bool agreed = false;
@@ -96,12 +110,11 @@ bool clsKVN::ExtractArchive(Text sArchiveName, std::optional<Text> DiffDir) {
         int32_t nameLength = files::numberFromText(left(element, bar - 1));
         Text name = mid(element, bar + 1, nameLength);
         Text content = right(element, int64_t(element.size()) - nameLength - bar);
-        Text path = folder + u"/" + name;
         if (archive::isSafeMemberName(name)) {
-          WriteFile(path, Variant(std::move(content)));
+          writeMember(out, folder, name, content);
         } else {
           // A name that would leave the output folder is never written anywhere.
-          files::reportWriteFailure(path, Failure(err::PathFileAccessError).info());
+          files::reportWriteFailure(folder + u"/" + name, Failure(err::PathFileAccessError).info());
         }
       } else {
         ++damaged;
@@ -112,8 +125,7 @@ bool clsKVN::ExtractArchive(Text sArchiveName, std::optional<Text> DiffDir) {
                                    platform::mb::YesNo, kQuestionTitle) != platform::mb::Yes) {
           return false;
         }
-        WriteFile(folder + u"/" + archive::damagedRecordName(base, damaged, !agreed),
-                  Variant(std::move(element)));
+        writeMember(out, folder, archive::damagedRecordName(base, damaged, !agreed), element);
         agreed = true;
       }
 
@@ -121,6 +133,8 @@ bool clsKVN::ExtractArchive(Text sArchiveName, std::optional<Text> DiffDir) {
       if (recordPos > std::numeric_limits<int32_t>::max()) throw Failure(err::Overflow);
       i += digits + 1;
     }
+    for (auto& [name, failure] : out.finish())
+      files::reportWriteFailure(folder + u"/" + name, failure.info());
     return true;
   });
 }

@@ -30,6 +30,8 @@ void clsKVN::reqFolders(Text zrkPath) {
   frame.run([&] {
     platform::FileSystemObject fso;
     frame.line(1);
+    // An empty root would put the folders at the top of the file system.
+    if (zrkPath.empty()) throw Failure(err::PathNotFound);
     Text updates = zrkPath + u"/updates";
     if (fso.FolderExists(updates)) fso.DeleteFolder(updates, false);
     frame.line(2);

@@ -25,6 +25,17 @@ void writeLines(platform::OutputFile& out, const Variant& data) {
     out.printLine(items.at(i).toText());
 }
 
+// An element that cannot be written ends WriteFile with the lines before it as the file's
+// content, as if the open had emptied the file. A failed write of the file itself puts nothing
+// in place, and the old content stays.
+void keepWhatWasWritten(platform::OutputFile& out) {
+  try {
+    out.close();
+  } catch (const Failure&) {
+    // The failure on its way is the one reported.
+  }
+}
+
 void addFileName(FailureInfo& f, TextView name) {
   f.Description += u" [" + Text(name) + u"]";
 }
@@ -43,7 +54,12 @@ void clsKVN::WriteFile(Text FName, Variant fData) {
         frame.line(kOpenLine);
         platform::OutputFile out(FName, platform::OutputFile::Mode::Output);
         frame.line(kWriteLine);
-        writeLines(out, fData);
+        try {
+          writeLines(out, fData);
+        } catch (const Failure&) {
+          keepWhatWasWritten(out);
+          throw;
+        }
         frame.line(kCloseLine);
         out.close();
       },

@@ -9,6 +9,7 @@
 
 #include <zrkKVL/Failure.h>
 #include "platform/Paths.h"
+#include "platform/SafeFile.h"
 #include "platform/SysCalls.h"
 
 namespace zrk::platform {
@@ -16,9 +17,12 @@ namespace {
 
 int openBinary(const std::string& p) {
   struct stat st;
-  if (::stat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) throw Failure(err::PathFileAccessError);
-  int fd = sys::open(p.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-  if (fd < 0 && (errno == EACCES || errno == EROFS || errno == EPERM)) {
+  bool exists = ::stat(p.c_str(), &st) == 0;
+  if (exists && S_ISDIR(st.st_mode)) throw Failure(err::PathFileAccessError);
+  // A read-only file is opened for reading, whoever the caller is.
+  bool readOnly = exists && isReadOnlyMode(st.st_mode);
+  int fd = readOnly ? -1 : sys::open(p.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+  if (fd < 0 && (readOnly || errno == EACCES || errno == EROFS || errno == EPERM)) {
     fd = sys::open(p.c_str(), O_RDONLY | O_CLOEXEC);
   }
   if (fd < 0) throw errno == ENOENT ? Failure(err::PathNotFound) : failureFromErrno(errno);

@@ -21,21 +21,24 @@ constexpr int kMaxFileNumber = 511;
 std::mutex gNumbersMutex;
 std::bitset<kMaxFileNumber + 1> gNumbersInUse;
 
-// Failure for an open that did not succeed, the way the runtime words it.
-Failure openFailure(int e, bool forWriting) {
-  if (e == ENOENT) return Failure(forWriting ? err::PathNotFound : err::FileNotFound);
+// Failure for a read open that did not succeed, the way the runtime words it.
+Failure openFailure(int e) {
+  if (e == ENOENT) return Failure(err::FileNotFound);
   if (e == EISDIR) return Failure(err::PathFileAccessError);
   return failureFromErrno(e);
 }
 
-int openPath(TextView path, int flags, bool forWriting) {
-  if (path.empty()) throw Failure(err::BadFileNameOrNumber);
-  std::string p = nativePath(path);
+int openForReading(const std::string& p) {
   struct stat st;
   if (::stat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) throw Failure(err::PathFileAccessError);
-  int fd = sys::open(p.c_str(), flags | O_CLOEXEC, 0644);
-  if (fd < 0) throw openFailure(errno, forWriting);
+  int fd = sys::open(p.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) throw openFailure(errno);
   return fd;
+}
+
+std::string checkedNativePath(TextView path) {
+  if (path.empty()) throw Failure(err::BadFileNameOrNumber);
+  return nativePath(path);
 }
 
 }  // namespace
@@ -78,7 +81,11 @@ void FileHandle::close() {
 }
 
 std::string readAllBytes(TextView path) {
-  FileHandle h(openPath(path, O_RDONLY, false));
+  return readNativeBytes(checkedNativePath(path));
+}
+
+std::string readNativeBytes(const std::string& path) {
+  FileHandle h(openForReading(path));
   struct stat st;
   size_t expected = (::fstat(h.fd(), &st) == 0 && st.st_size > 0) ? size_t(st.st_size) : 0;
   std::string bytes(expected + 1, '\0');  // one more, to see a file that grew
@@ -116,12 +123,16 @@ Text TextInputFile::readLine() {
   return fromAnsi(readLineBytes());
 }
 
-OutputFile::OutputFile(TextView path, Mode mode)
-    : path_(nativePath(path)),
-      handle_(
-          openPath(path, O_WRONLY | O_CREAT | (mode == Mode::Append ? O_APPEND : O_TRUNC), true)) {}
+OutputFile::OutputFile(TextView path, Mode mode) : path_(checkedNativePath(path)) {
+  if (mode == Mode::Append) {
+    handle_ = FileHandle(openForAppend(path_));
+  } else {
+    replacement_.emplace(path_, FileReplacement::Links::Follow);
+  }
+}
 
 OutputFile::~OutputFile() {
+  if (replacement_) return;  // an output open that was not closed puts nothing in place
   try {
     close();
   } catch (...) {
@@ -146,67 +157,42 @@ void OutputFile::writeBytes(std::string_view bytes) {
 }
 
 void OutputFile::flush() {
-  size_t off = 0;
-  while (off < pending_.size()) {
-    ssize_t w =
-        sys::write(handle_.fd(), pending_.data() + off, pending_.size() - off, path_.c_str());
-    if (w < 0) {
-      if (errno == EINTR) continue;
-      int e = errno;
-      pending_.clear();
-      throw failureFromErrno(e);
-    }
-    off += size_t(w);
-  }
+  if (broken_) throw Failure(err::DeviceIOError);
+  std::string bytes = std::move(pending_);
   pending_.clear();
+  try {
+    if (replacement_) {
+      replacement_->write(bytes);
+      return;
+    }
+    for (size_t off = 0; off < bytes.size();) {
+      ssize_t w = sys::write(handle_.fd(), bytes.data() + off, bytes.size() - off, path_.c_str());
+      if (w < 0 && errno == EINTR) continue;
+      if (w < 0) throw failureFromErrno(errno);
+      off += size_t(w);
+    }
+  } catch (const Failure&) {
+    broken_ = true;
+    throw;
+  }
 }
 
 void OutputFile::close() {
+  if (broken_) return;
+  if (replacement_) {
+    flush();
+    try {
+      replacement_->commit();
+    } catch (const Failure&) {
+      broken_ = true;
+      throw;
+    }
+    replacement_.reset();
+    return;
+  }
   if (handle_.fd() < 0) return;
   flush();
   handle_.close();
-}
-
-void writeFileWhole(const std::string& path, std::string_view bytes, mode_t mode) {
-  std::string tmp = path + ".~tmpXXXXXX";
-  int fd = sys::mkostemp(tmp, O_CLOEXEC);
-  if (fd < 0) throw errno == ENOENT ? Failure(err::PathNotFound) : failureFromErrno(errno);
-  FileHandle h(fd);
-  int error = 0;
-  for (size_t off = 0; !error && off < bytes.size();) {
-    ssize_t w = sys::write(fd, bytes.data() + off, bytes.size() - off, tmp.c_str());
-    if (w < 0 && errno == EINTR) continue;
-    if (w < 0)
-      error = errno;
-    else if (w == 0)
-      error = EIO;
-    else
-      off += size_t(w);
-  }
-  if (!error && (::fchmod(fd, mode) != 0 || ::fsync(fd) != 0)) error = errno;
-  try {
-    h.close();
-  } catch (const Failure&) {
-    ::unlink(tmp.c_str());
-    throw;
-  }
-  if (!error && sys::rename(tmp.c_str(), path.c_str()) != 0) error = errno;
-  if (error) {
-    ::unlink(tmp.c_str());
-    throw failureFromErrno(error);
-  }
-}
-
-bool replaceFileAtomically(const std::string& path, std::string_view bytes) {
-  struct stat st;
-  bool existed = ::stat(path.c_str(), &st) == 0;
-  if (existed && (S_ISDIR(st.st_mode) || ::access(path.c_str(), W_OK) != 0)) return false;
-  try {
-    writeFileWhole(path, bytes, existed ? (st.st_mode & 07777) : 0644);
-    return true;
-  } catch (const Failure&) {
-    return false;
-  }
 }
 
 }  // namespace zrk::platform

@@ -1,14 +1,17 @@
 // File opens of the runtime: text read, output, append and binary, each under a free file
-// number, always closed when the object goes, also after a failure.
+// number, always closed when the object goes, also after a failure. Writers follow the rules
+// of SafeFile.h.
 #pragma once
 
 #include <sys/types.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include <zrkKVL/Text.h>
+#include "platform/SafeFile.h"
 
 namespace zrk::platform {
 
@@ -43,6 +46,8 @@ class FileHandle {
 
 // The whole content of a file as bytes; 53 missing, 75 a folder, 70 refused, 52 bad name.
 std::string readAllBytes(TextView path);
+// The same for a native path, as it stands.
+std::string readNativeBytes(const std::string& nativePath);
 
 // Lines of a text read: CR LF or a lone CR ends a line; a lone LF stays in the line. A last line
 // without an end counts; an empty file has no lines.
@@ -61,7 +66,9 @@ class TextInputFile {
   size_t pos_ = 0;
 };
 
-// Output (emptied first) or append open; every write goes through the code page.
+// Output or append open; every write goes through the code page. An output open builds the new
+// content beside the file and puts it in place at close(), so the file holds its old content
+// until then, and keeps it when a write fails or the object goes unclosed.
 class OutputFile {
  public:
   enum class Mode { Output, Append };
@@ -71,22 +78,17 @@ class OutputFile {
   void printLine(TextView line);
   void writeText(TextView text);
   void writeBytes(std::string_view bytes);
-  // Flushes and closes; reports a failed write.
+  // Flushes and closes; reports a failed write. After a failed write nothing is put in place.
   void close();
 
  private:
   void flush();
   FileNumber number_;
   std::string path_;
-  FileHandle handle_;
+  std::optional<FileReplacement> replacement_;  // output
+  FileHandle handle_;                           // append
   std::string pending_;
+  bool broken_ = false;
 };
-
-// Writes `bytes` to a temporary file beside `path` and renames it over `path`, so no crash
-// leaves half a file. Gives false (and leaves `path` untouched) when that cannot be done.
-bool replaceFileAtomically(const std::string& nativePath, std::string_view bytes);
-
-// The same, reporting why it could not be done: 76 for a missing folder, else the cause's number.
-void writeFileWhole(const std::string& nativePath, std::string_view bytes, mode_t mode = 0644);
 
 }  // namespace zrk::platform

@@ -8,10 +8,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <string>
 
 #include <zrkKVL/Failure.h>
+#include "platform/FileIO.h"
 #include "platform/Paths.h"
+#include "platform/SafeFile.h"
 #include "platform/SysCalls.h"
 
 namespace zrk::platform {
@@ -22,7 +25,7 @@ bool statPath(const std::string& p, struct stat& st) {
 }
 
 bool isReadOnly(const struct stat& st) {
-  return (st.st_mode & S_IWUSR) == 0;
+  return isReadOnlyMode(st.st_mode);
 }
 
 [[noreturn]] void failErrno() {
@@ -42,21 +45,30 @@ std::vector<std::string> entriesOf(const std::string& dir) {
   return names;
 }
 
-// Read-only content refuses a deletion without force, as the platform object does; the check
-// runs over the whole tree first so that nothing is removed on a refusal.
-void checkDeletable(const std::string& dir) {
+// Whether this caller can remove what the folder holds.
+bool canEmpty(const std::string& dir) {
+  return ::access(dir.c_str(), W_OK | X_OK) == 0;
+}
+
+// Read-only content (a file or folder without any write bit) refuses a deletion without force,
+// as the platform object does, and so does a folder this caller cannot empty. The check runs
+// over the whole tree first so that nothing is removed on a refusal. Links are not followed.
+void checkDeletable(const std::string& dir, bool force) {
+  struct stat st;
+  if (::lstat(dir.c_str(), &st) != 0) failErrno();
+  if ((!force && isReadOnly(st)) || !canEmpty(dir)) throw Failure(err::PermissionDenied);
   for (const auto& n : entriesOf(dir)) {
     std::string p = dir + "/" + n;
-    struct stat st;
     if (::lstat(p.c_str(), &st) != 0) failErrno();
     if (S_ISDIR(st.st_mode)) {
-      checkDeletable(p);
-    } else if (isReadOnly(st)) {
+      checkDeletable(p, force);
+    } else if (!force && !S_ISLNK(st.st_mode) && isReadOnly(st)) {
       throw Failure(err::PermissionDenied);
     }
   }
 }
 
+// Removes the tree; a link inside it is removed as a link, never followed.
 void removeTree(const std::string& dir) {
   for (const auto& n : entriesOf(dir)) {
     std::string p = dir + "/" + n;
@@ -71,47 +83,52 @@ void removeTree(const std::string& dir) {
   if (sys::rmdir(dir.c_str()) != 0) failErrno();
 }
 
+// Copies a file's bytes by the writers' rules: a file of that name is replaced whole, a link
+// standing there is replaced too, never written through.
 void copyFile(const std::string& from, const std::string& to) {
-  int in = sys::open(from.c_str(), O_RDONLY | O_CLOEXEC);
-  if (in < 0) failErrno();
-  int out = sys::open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  if (out < 0) {
-    int e = errno;
-    ::close(in);
-    throw failureFromErrno(e);
-  }
+  FileHandle in(sys::open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+  if (in.fd() < 0) failErrno();
+  FileReplacement out(to, FileReplacement::Links::Replace);
   char buf[65536];
-  ssize_t n;
-  int e = 0;
-  while ((n = ::read(in, buf, sizeof buf)) > 0) {
-    for (ssize_t off = 0; off < n;) {
-      ssize_t w = sys::write(out, buf + off, size_t(n - off), to.c_str());
-      if (w < 0) {
-        e = errno;
-        break;
-      }
-      off += w;
-    }
-    if (e) break;
+  for (;;) {
+    ssize_t n = ::read(in.fd(), buf, sizeof buf);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) failErrno();
+    if (n == 0) break;
+    out.write(std::string_view(buf, size_t(n)));
   }
-  if (n < 0) e = errno;
-  ::close(in);
-  if (::close(out) != 0 && !e) e = errno;
-  if (e) throw failureFromErrno(e);
+  out.commit();
+}
+
+// A link is copied as a link: what it points to is not copied, so a link to a folder above or
+// a loop of links costs nothing.
+void copyLink(const std::string& from, const std::string& to) {
+  std::string target(PATH_MAX, '\0');
+  ssize_t n = ::readlink(from.c_str(), target.data(), target.size());
+  if (n < 0) failErrno();
+  target.resize(size_t(n));
+  struct stat st;
+  if (::lstat(to.c_str(), &st) == 0) {
+    if (S_ISDIR(st.st_mode)) throw Failure(err::FileAlreadyExists);
+    if (sys::unlink(to.c_str()) != 0) failErrno();
+  }
+  if (::symlink(target.c_str(), to.c_str()) != 0) failErrno();
 }
 
 void copyTree(const std::string& from, const std::string& to) {
   struct stat st;
-  if (!statPath(to, st)) {
-    if (sys::mkdir(to.c_str(), 0755) != 0) failErrno();
+  if (::lstat(to.c_str(), &st) != 0) {
+    if (sys::mkdir(to.c_str(), 0777) != 0) failErrno();
   } else if (!S_ISDIR(st.st_mode)) {
     throw Failure(err::FileAlreadyExists);
   }
   for (const auto& n : entriesOf(from)) {
     std::string src = from + "/" + n, dst = to + "/" + n;
-    if (!statPath(src, st)) failErrno();
+    if (::lstat(src.c_str(), &st) != 0) failErrno();
     if (S_ISDIR(st.st_mode)) {
       copyTree(src, dst);
+    } else if (S_ISLNK(st.st_mode)) {
+      copyLink(src, dst);
     } else {
       copyFile(src, dst);
     }
@@ -133,7 +150,7 @@ bool FileSystemObject::FolderExists(TextView path) const {
 void FileSystemObject::CreateFolder(TextView path) const {
   if (path.empty()) throw Failure(err::BadFileNameOrNumber);
   std::string p = nativePath(path);
-  if (sys::mkdir(p.c_str(), 0755) != 0) {
+  if (sys::mkdir(p.c_str(), 0777) != 0) {
     throw Failure(errno == ENOENT ? err::PathNotFound : failureFromErrno(errno).number());
   }
 }
@@ -142,7 +159,15 @@ void FileSystemObject::DeleteFolder(TextView path, bool force) const {
   std::string p = nativePath(path);
   struct stat st;
   if (path.empty() || !statPath(p, st) || !S_ISDIR(st.st_mode)) throw Failure(err::PathNotFound);
-  if (!force) checkDeletable(p);
+  while (p.size() > 1 && p.back() == '/')
+    p.pop_back();
+  if (::lstat(p.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
+    // A link to a folder goes as a link: the folder it names is no part of this one.
+    if (sys::unlink(p.c_str()) != 0) failErrno();
+    return;
+  }
+  if (!canEmpty(folderOfPath(p))) throw Failure(err::PermissionDenied);
+  checkDeletable(p, force);
   removeTree(p);
 }
 
@@ -197,8 +222,12 @@ Text FileSystemObject::GetFileVersion(TextView path) const {
 void FileSystemObject::CreateTextFile(TextView path, bool overwrite) const {
   if (path.empty()) throw Failure(err::BadFileNameOrNumber);
   std::string p = nativePath(path);
+  struct stat st;
+  if (::stat(p.c_str(), &st) == 0 && !S_ISDIR(st.st_mode) && isReadOnly(st)) {
+    throw Failure(err::PermissionDenied);
+  }
   int flags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | (overwrite ? 0 : O_EXCL);
-  int fd = sys::open(p.c_str(), flags, 0644);
+  int fd = sys::open(p.c_str(), flags, 0666);
   if (fd < 0) {
     throw Failure(errno == ENOENT ? err::PathNotFound : failureFromErrno(errno).number());
   }

@@ -14,6 +14,7 @@
 #include "platform/CodePage.h"
 #include "platform/FileIO.h"
 #include "platform/Paths.h"
+#include "platform/SafeFile.h"
 
 namespace zrk::platform {
 namespace {
@@ -216,10 +217,22 @@ std::string spliced(Bytes all, size_t from, size_t to, Bytes with) {
   return out;
 }
 
+// The line end of new lines: a file whose first line ends in a lone LF gets LF, every other
+// file CR LF.
+Bytes lineEndOf(Bytes all) {
+  size_t k = all.find_first_of("\r\n");
+  return k != Bytes::npos && all[k] == '\n' ? Bytes("\n") : Bytes("\r\n");
+}
+
+bool endsInLineEnd(Bytes all) {
+  return !all.empty() && (all.back() == '\r' || all.back() == '\n');
+}
+
 std::optional<std::string> edited(Bytes all, Bytes section, const std::string* key,
                                   const std::string* value) {
   std::vector<Line> lines = parseLines(all);
   auto sec = findSection(lines, section);
+  const std::string eol(lineEndOf(all));
   if (!key) {  // delete the section with its keys
     if (!sec) return std::nullopt;
     size_t to = sec->last < lines.size() ? lines[sec->last].begin : all.size();
@@ -228,9 +241,9 @@ std::optional<std::string> edited(Bytes all, Bytes section, const std::string* k
   if (!sec) {
     if (!value) return std::nullopt;
     std::string tail;
-    if (!all.empty() && !(all.size() >= 2 && all.substr(all.size() - 2) == "\r\n")) tail += "\r\n";
-    tail.append("[").append(section).append("]\r\n");
-    tail.append(*key).append("=").append(*value).append("\r\n");
+    if (!all.empty() && !endsInLineEnd(all)) tail += eol;
+    tail.append("[").append(section).append("]").append(eol);
+    tail.append(*key).append("=").append(*value).append(eol);
     return std::string(all) + tail;
   }
   auto at = findKey(lines, *sec, *key);
@@ -247,8 +260,21 @@ std::optional<std::string> edited(Bytes all, Bytes section, const std::string* k
     if (lines[i].kind == Line::Kind::Key) after = i;
   }
   const Line& l = lines[after];
-  std::string insert = (l.next == l.end ? "\r\n" : "") + *key + "=" + *value + "\r\n";
+  std::string insert = (l.next == l.end ? eol : "") + *key + "=" + *value + eol;
   return spliced(all, l.next, l.next, insert);
+}
+
+// Whether a write can be read back and adds no line of its own: no line end anywhere, no "]"
+// in a section name, a key that the reader takes for a key (no "=", not empty, not a comment
+// or a section head).
+bool writableNames(Bytes section, const std::string* key, const std::string* value) {
+  auto holdsLineEnd = [](Bytes s) { return s.find_first_of("\r\n") != Bytes::npos; };
+  if (holdsLineEnd(section) || section.find(']') != Bytes::npos) return false;
+  if (value && holdsLineEnd(*value)) return false;
+  if (!key) return true;
+  Bytes k = trim(*key);
+  return !holdsLineEnd(k) && k.find('=') == Bytes::npos && !k.empty() && k.front() != ';' &&
+         k.front() != '[';
 }
 
 }  // namespace
@@ -266,7 +292,8 @@ int32_t GetPrivateProfileStringA(const Text* section, const Text* key, TextView 
   }
   if (!key) {
     std::vector<std::string> names;
-    forEachLineOfSection(content, toAnsi(*section), [&](const Line& l) {
+    std::string sectionBytes = toAnsi(*section);
+    forEachLineOfSection(content, trim(sectionBytes), [&](const Line& l) {
       if (l.kind == Line::Kind::Key) names.emplace_back(l.name);
       return true;
     });
@@ -276,7 +303,8 @@ int32_t GetPrivateProfileStringA(const Text* section, const Text* key, TextView 
   Bytes value = defBytes;
   while (!value.empty() && isBlank(value.back()))
     value.remove_suffix(1);
-  std::string s = toAnsi(*section), k = toAnsi(*key);
+  std::string sectionBytes = toAnsi(*section), keyBytes = toAnsi(*key);
+  Bytes s = trim(sectionBytes), k = trim(keyBytes);
   if (!s.empty() && !k.empty()) {
     forEachLineOfSection(content, s, [&](const Line& l) {
       if (l.kind != Line::Kind::Key || !sameName(l.name, k)) return true;
@@ -291,7 +319,8 @@ int32_t GetPrivateProfileSectionA(TextView section, Text& buffer, int32_t size, 
   auto content = readProfileFile(file);
   if (!content) return 0;
   std::vector<std::string> entries;
-  bool found = forEachLineOfSection(*content, toAnsi(section), [&](const Line& l) {
+  std::string sectionBytes = toAnsi(section);
+  bool found = forEachLineOfSection(*content, trim(sectionBytes), [&](const Line& l) {
     if (l.kind == Line::Kind::Key || l.kind == Line::Kind::Other) entries.push_back(lineText(l));
     return true;
   });
@@ -301,16 +330,24 @@ int32_t GetPrivateProfileSectionA(TextView section, Text& buffer, int32_t size, 
 bool WritePrivateProfileStringA(const Text* section, const Text* key, const Text* value,
                                 TextView file) {
   if (!section || file.empty()) return false;
-  std::string path = nativePath(file);
+  std::string s = toAnsi(*section), k = key ? toAnsi(*key) : std::string(),
+              v = value ? toAnsi(*value) : std::string();
+  if (!writableNames(s, key ? &k : nullptr, value ? &v : nullptr)) return false;
+  // Names are matched and written as the reader finds them: without the blanks round them.
+  std::string name(trim(s)), keyName(trim(k));
+  std::string path = followFinalLink(nativePath(file));
+  // Another writer's read-modify-replace of a file of this folder waits for ours to end.
+  FolderLock lock(folderOfPath(path));
   std::string all;
   struct stat st;
   if (::stat(path.c_str(), &st) == 0) {
-    auto content = readProfileFile(file);
-    if (!content) return false;
-    all = std::move(*content);
+    try {
+      all = readNativeBytes(path);
+    } catch (const Failure&) {
+      return false;
+    }
   }
-  std::string k = key ? toAnsi(*key) : std::string(), v = value ? toAnsi(*value) : std::string();
-  auto result = edited(all, toAnsi(*section), key ? &k : nullptr, value ? &v : nullptr);
+  auto result = edited(all, name, key ? &keyName : nullptr, value ? &v : nullptr);
   if (!result) return true;  // nothing to change
   return replaceFileAtomically(path, *result);
 }

@@ -2,7 +2,6 @@
 #include "platform/SysCalls.h"
 
 #include <fcntl.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -113,9 +112,14 @@ int rename(const char* from, const char* to) {
   return ::rename(from, to);
 }
 
-int mkostemp(std::string& templ, int flags) {
-  if (int e = faults::check(faults::Call::OpenWrite, templ.c_str())) return failWith(e);
-  return ::mkostemp(templ.data(), flags);
+int openat(int dirFd, const char* name, int flags, mode_t mode, const char* path) {
+  if (int e = faults::check(faults::Call::OpenWrite, path)) return failWith(e);
+  return ::openat(dirFd, name, flags, mode);
+}
+
+int renameat(int dirFd, const char* from, const char* to, const char* path) {
+  if (int e = faults::check(faults::Call::Rename, path)) return failWith(e);
+  return ::renameat(dirFd, from, dirFd, to);
 }
 
 }  // namespace sys

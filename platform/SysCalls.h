@@ -16,7 +16,9 @@ int mkdir(const char* path, mode_t mode);
 int unlink(const char* path);
 int rmdir(const char* path);
 int rename(const char* from, const char* to);
-int mkostemp(std::string& templ, int flags);
+// The *at forms name the file for the seam by `path`.
+int openat(int dirFd, const char* name, int flags, mode_t mode, const char* path);
+int renameat(int dirFd, const char* from, const char* to, const char* path);
 }  // namespace sys
 
 // Faults for the calls above. Each rule fails the calls of its kind whose path holds `pathPart`

@@ -18,6 +18,18 @@ Text profileFolder(const Text& zrkPath, const Text& name) {
   return zrkPath + u"/profiles/" + name;
 }
 
+// A profile name stays a single folder below "profiles": a name holding a separator, or "."
+// or "..", would reach elsewhere, so it is refused before anything changes.
+void checkProfileName(const Text& name, bool mayBeEmpty) {
+  bool bad = name.empty()
+                 ? !mayBeEmpty
+                 : name == u"." || name == u".." || name.find_first_of(u"/\\") != Text::npos;
+  if (bad) {
+    throw Failure(err::BadFileNameOrNumber,
+                  defaultDescription(err::BadFileNameOrNumber) + u" [" + name + u"]");
+  }
+}
+
 void deleteSection(const Text& section, const Text& file) {
   platform::WritePrivateProfileStringA(&section, nullptr, nullptr, file);
 }
@@ -60,16 +72,20 @@ bool clsKVN::writeProfile(Dispatch& F, Text iniFile, Text zrkPath) {
     platform::FileSystemObject fso;
     frame.line(1);
     requireObject(F);
-    // The packed file is unpacked whichever of the two names the caller gives, so that a plain
-    // name never packs one profile over the whole file. A name of neither form could not be
-    // packed again, so nothing is written to it.
+    checkProfileName(text(F, u"txtName"), false);
+    checkProfileName(text(F, u"txtOld"), true);
+    // With the packed name the packed file is unpacked, also over a plain file left by an
+    // earlier save. With the plain name a plain file that exists is kept as it is; only
+    // without one is the packed file unpacked, so that a plain name never packs one profile
+    // over the whole file. A name of neither form could not be packed again, so nothing is
+    // written to it.
     Text plainName = replaceAll(iniFile, u".bini", u".ini");
     Text packedName = replaceAll(plainName, u".ini", u".bini");
     if (packedName == plainName) {
       throw Failure(err::BadFileNameOrNumber,
                     defaultDescription(err::BadFileNameOrNumber) + u" [" + iniFile + u"]");
     }
-    DecompressBINI(packedName);
+    if (iniFile != plainName || !fso.FileExists(plainName)) DecompressBINI(packedName);
     frame.line(2);
     iniFile = plainName;
     frame.line(5);

@@ -1,5 +1,8 @@
 // MakeArchive and ExtractArchive: the format byte for byte, round trips, damaged records, names
 // that would leave the output folder, and damaged or cut archives.
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <filesystem>
 #include <set>
 
@@ -318,6 +321,66 @@ TEST_F(Archive, OutputFolderForms) {
   EXPECT_TRUE(kvn->ExtractArchive(T(path), root.text("none")));
   EXPECT_FALSE(exists(root / "none")) << "the folder is not made";
   EXPECT_EQ(onlyFailure().failure.Number, 76);
+}
+
+// A link standing where a member goes, also under a name that differs only in case, is
+// replaced by a regular file: what it points to is never written.
+TEST_F(Archive, MembersNeverGoThroughLinks) {
+  makeDir(root / "elsewhere");
+  writeBytes(root / "elsewhere/victim", "victim");
+  writeBytes(root / "elsewhere/victim2", "victim2");
+  ASSERT_EQ(::symlink((root / "elsewhere/victim").c_str(), (root / "out/a.txt").c_str()), 0);
+  ASSERT_EQ(::symlink((root / "elsewhere/victim2").c_str(), (root / "out/B.TXT").c_str()), 0);
+  ASSERT_EQ(::symlink((root / "elsewhere/nothing").c_str(), (root / "out/c.txt").c_str()), 0);
+  std::string path =
+      archiveOf({record(u"5|a.txtfirst"), record(u"5|b.txtsecond"), record(u"5|c.txtthird")});
+  EXPECT_TRUE(extract(path));
+  EXPECT_EQ(failureCount(), 0u);
+  EXPECT_EQ(readBytes(root / "elsewhere/victim"), "victim");
+  EXPECT_EQ(readBytes(root / "elsewhere/victim2"), "victim2");
+  EXPECT_FALSE(exists(root / "elsewhere/nothing"));
+  EXPECT_EQ(filesBelow(root / "out"), (std::set<std::string>{"a.txt", "B.TXT", "c.txt"}));
+  EXPECT_EQ(out("a.txt"), "first\r\n");
+  EXPECT_EQ(out("B.TXT"), "second\r\n");
+  EXPECT_EQ(out("c.txt"), "third\r\n");
+}
+
+// Names match without regard to case, also between members of one archive: the last of a
+// name wins, under the name the folder already has.
+TEST_F(Archive, ManyMembersMatchNamesWithoutCase) {
+  writeBytes(root / "out/Old.Txt", "old");
+  ::chmod((root / "out/Old.Txt").c_str(), 0640);
+  std::vector<Text> records{record(u"7|old.txtnew")};
+  std::set<std::string> expected{"Old.Txt", "Twice.txt"};
+  for (int i = 0; i < 3000; ++i) {
+    Text name = u"m" + decimal(i) + u".txt";
+    records.push_back(record(decimal(int64_t(name.size())) + u"|" + name + decimal(i)));
+    expected.insert("m" + std::to_string(i) + ".txt");
+  }
+  records.push_back(record(u"9|Twice.txtone"));
+  records.push_back(record(u"9|TWICE.TXTtwo"));
+  EXPECT_TRUE(extract(archiveOf(records)));
+  EXPECT_EQ(failureCount(), 0u);
+  EXPECT_EQ(filesBelow(root / "out"), expected);
+  EXPECT_EQ(out("Old.Txt"), "new\r\n");
+  struct stat st;
+  ASSERT_EQ(::stat((root / "out/Old.Txt").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 07777, 0640u) << "a replaced member keeps its mode";
+  EXPECT_EQ(out("m2999.txt"), "2999\r\n");
+  EXPECT_EQ(out("Twice.txt"), "two\r\n");
+}
+
+// A read-only file where a member goes is refused, root included, and the walk goes on.
+TEST_F(Archive, AReadOnlyMemberFileIsRefusedAndKept) {
+  writeBytes(root / "out/ro.txt", "keep");
+  ::chmod((root / "out/ro.txt").c_str(), 0444);
+  EXPECT_TRUE(extract(archiveOf({record(u"6|ro.txtnew"), record(u"6|ok.txtfine")})));
+  EXPECT_EQ(out("ro.txt"), "keep");
+  EXPECT_EQ(out("ok.txt"), "fine\r\n");
+  LoggedFailure f = onlyFailure();
+  EXPECT_EQ(f.func, u"WriteFile");
+  EXPECT_EQ(f.failure.Number, 70);
+  EXPECT_EQ(f.failure.Description, u"Permission denied [" + root.text("out") + u"/ro.txt]");
 }
 
 }  // namespace

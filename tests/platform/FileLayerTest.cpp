@@ -5,6 +5,7 @@
 #include <functional>
 
 #include <zrkKVL/Failure.h>
+#include "platform/BinaryFile.h"
 #include "platform/FileIO.h"
 #include "platform/FileSystemObject.h"
 #include "platform/Paths.h"
@@ -135,6 +136,121 @@ TEST(ReplaceFileAtomically, LeavesNoTemporaryAndRefusesWithoutFolder) {
   for (auto& e : std::filesystem::directory_iterator(d.path()))
     entries += !e.path().empty();
   EXPECT_EQ(entries, 1u);
+}
+
+}  // namespace
+}  // namespace zrk::platform
+
+namespace zrk::platform {
+namespace {
+
+using test::T;
+using test::TempDir;
+
+bool isLink(const std::string& p) {
+  struct stat st;
+  return ::lstat(p.c_str(), &st) == 0 && S_ISLNK(st.st_mode);
+}
+
+// Links are removed as links: what they point to, outside the folder, stays.
+TEST(FileSystemObject, DeletionNeverFollowsLinks) {
+  TempDir d;
+  FileSystemObject fso;
+  test::makeDir(d / "victim/inner");
+  test::writeBytes(d / "victim/inner/v", "v");
+  test::makeDir(d / "tree/sub");
+  ASSERT_EQ(::symlink((d / "victim").c_str(), (d / "tree/sub/dirlink").c_str()), 0);
+  ASSERT_EQ(::symlink((d / "victim/inner/v").c_str(), (d / "tree/filelink").c_str()), 0);
+  ASSERT_EQ(::symlink((d / "victim").c_str(), (d / "folderlink").c_str()), 0);
+  fso.DeleteFolder(T(d / "tree"));
+  fso.DeleteFolder(T(d / "FolderLink"));
+  EXPECT_FALSE(test::exists(d / "tree"));
+  EXPECT_FALSE(isLink(d / "folderlink"));
+  EXPECT_EQ(test::readBytes(d / "victim/inner/v"), "v");
+}
+
+// A read-only item, file or folder, refuses the deletion without force; a folder this caller
+// cannot empty refuses it with or without force. Either way nothing is removed.
+TEST(FileSystemObject, ARefusedDeletionRemovesNothing) {
+  struct Case {
+    const char* what;
+    const char* item;
+    mode_t mode;
+    bool force;
+    bool refusedAsRoot;
+  } cases[] = {
+      {"read-only file", "tree/b/ro", 0444, false, true},
+      {"read-only folder", "tree/b", 0555, false, true},
+      {"read-only top folder", "tree", 0555, false, true},
+      {"forced, folder not writable", "tree/b", 0555, true, false},
+  };
+  for (const auto& c : cases) {
+    TempDir d;
+    FileSystemObject fso;
+    test::makeDir(d / "tree/a");
+    test::writeBytes(d / "tree/a/first", "1");
+    test::makeDir(d / "tree/b");
+    test::writeBytes(d / "tree/b/ro", "2");
+    test::writeBytes(d / "tree/z", "3");
+    ::chmod((d / c.item).c_str(), c.mode);
+    bool refused = c.refusedAsRoot || ::geteuid() != 0;
+    int32_t number = test::failureOf([&] { fso.DeleteFolder(T(d / "tree"), c.force); });
+    EXPECT_EQ(number, refused ? err::PermissionDenied : 0) << c.what;
+    EXPECT_EQ(test::exists(d / "tree/a/first"), refused) << c.what;
+    EXPECT_EQ(test::exists(d / "tree/z"), refused) << c.what;
+    EXPECT_EQ(test::exists(d / "tree/b/ro"), refused) << c.what;
+  }
+}
+
+// A link is copied as a link, so a loop of links or a link to a folder above costs nothing,
+// and a link standing where a copied file goes is replaced, never written through.
+TEST(FileSystemObject, CopyingNeverFollowsLinks) {
+  TempDir d;
+  FileSystemObject fso;
+  test::makeDir(d / "src/sub");
+  test::writeBytes(d / "src/sub/f", "copied");
+  test::writeBytes(d / "src/g", "g");
+  ASSERT_EQ(::symlink("..", (d / "src/sub/up").c_str()), 0);
+  ASSERT_EQ(::symlink("loop", (d / "src/loop").c_str()), 0);
+  test::writeBytes(d / "victim", "victim");
+  test::makeDir(d / "dst");
+  ASSERT_EQ(::symlink((d / "victim").c_str(), (d / "dst/g").c_str()), 0);
+  fso.CopyFolder(T(d / "src"), T(d / "dst"));
+  EXPECT_EQ(test::readBytes(d / "dst/sub/f"), "copied");
+  EXPECT_TRUE(isLink(d / "dst/sub/up"));
+  EXPECT_TRUE(isLink(d / "dst/loop"));
+  EXPECT_FALSE(isLink(d / "dst/g"));
+  EXPECT_EQ(test::readBytes(d / "dst/g"), "g");
+  EXPECT_EQ(test::readBytes(d / "victim"), "victim");
+}
+
+TEST(FileSystemObject, CreateTextFileRefusesAReadOnlyFile) {
+  TempDir d;
+  FileSystemObject fso;
+  test::writeBytes(d / "ro", "keep");
+  ::chmod((d / "ro").c_str(), 0444);
+  EXPECT_EQ(test::failureOf([&] { fso.CreateTextFile(T(d / "ro")); }), err::PermissionDenied);
+  EXPECT_EQ(test::readBytes(d / "ro"), "keep");
+}
+
+}  // namespace
+}  // namespace zrk::platform
+
+namespace zrk::platform {
+namespace {
+
+// A binary open of a read-only file reads it and refuses every write, root included.
+TEST(BinaryFile, AReadOnlyFileIsReadAndNeverWritten) {
+  test::TempDir d;
+  test::writeBytes(d / "ro.bin", "abcdef");
+  ::chmod((d / "ro.bin").c_str(), 0444);
+  BinaryFile file(test::T(d / "ro.bin"));
+  std::string got(3, '\0');
+  file.readAt(2, got);
+  EXPECT_EQ(got, "bcd");
+  EXPECT_EQ(test::failureOf([&] { file.writeAt(1, "XY"); }), err::PermissionDenied);
+  file.close();
+  EXPECT_EQ(test::readBytes(d / "ro.bin"), "abcdef");
 }
 
 }  // namespace

@@ -1,5 +1,14 @@
 // The INI engine: reading rules, buffer limits, in-place edits.
 #include "platform/ProfileOps.h"
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <thread>
+
 #include "support/TestSupport.h"
 
 namespace zrk::platform {
@@ -110,6 +119,18 @@ TEST_F(ProfileOps, EditsKeepEveryOtherByte) {
       {"x\r\n[S]\r\na=1\r\n[T]\r\nb=2\r\n", u"S", nullptr, nullptr, "x\r\n[T]\r\nb=2\r\n"},
       {"[S]\r\na=1\r\n", u"N", nullptr, nullptr, "[S]\r\na=1\r\n"},
       {"[S]\r\na=1\r\n", u"S", u"zz", nullptr, "[S]\r\na=1\r\n"},
+      // New lines end as the file's lines end.
+      {"[S]\na=1\n", u"S", u"b", u"2", "[S]\na=1\nb=2\n"},
+      {"[S]\na=1", u"S", u"b", u"2", "[S]\na=1\nb=2\n"},
+      {"[S]\na=1\n", u"N", u"b", u"2", "[S]\na=1\n[N]\nb=2\n"},
+      {"; c\n[S]\r\na=1\r\n", u"N", u"b", u"2", "; c\n[S]\r\na=1\r\n[N]\nb=2\n"},
+      {"[S]\r\na=1\n", u"S", u"b", u"2", "[S]\r\na=1\nb=2\r\n"},
+      {"[S]\ra=1\r", u"S", u"b", u"2", "[S]\ra=1\rb=2\r\n"},
+      // Names are found as the reader finds them: without blanks round them, in any case.
+      {"[S]\r\na=1\r\n", u" s ", u" A ", u"2", "[S]\r\na=2\r\n"},
+      {"[S]\r\n", u"S", u"\tb ", u"2", "[S]\r\nb=2\r\n"},
+      {"", u" N ", u" b", u"2", "[N]\r\nb=2\r\n"},
+      {"[S]\r\na=1\r\n", u" S\t", u" a ", nullptr, "[S]\r\n"},
   };
   for (const auto& c : cases) {
     write(c.before);
@@ -120,12 +141,156 @@ TEST_F(ProfileOps, EditsKeepEveryOtherByte) {
   }
 }
 
+// A name or value that would add a line, or that the reader would not find again, is refused:
+// the write gives false and the file stays as it was.
+TEST_F(ProfileOps, WritesThatCouldNotBeReadBackAreRefused) {
+  const std::string before = "[S]\r\na=1\r\n";
+  struct Case {
+    const char* what;
+    Text section, key, value;
+  } cases[] = {
+      {"value with CR LF and a section", u"S", u"a", u"x\r\n[Admin]\r\npassword=p"},
+      {"value with LF", u"S", u"a", u"x\ny=z"},
+      {"value with CR", u"S", u"a", u"x\ry=z"},
+      {"key with LF", u"S", u"a\nb", u"1"},
+      {"section with CR LF", u"S]\r\n[T", u"a", u"1"},
+      {"section with ]", u"S]x", u"a", u"1"},
+      {"key with =", u"S", u"a=b", u"1"},
+      {"empty key", u"S", u" ", u"1"},
+      {"key read as a comment", u"S", u";a", u"1"},
+      {"key read as a section", u"S", u"[T]", u"1"},
+  };
+  for (const auto& c : cases) {
+    write(before);
+    EXPECT_FALSE(set(c.section, c.key, c.value)) << c.what;
+    EXPECT_EQ(content(), before) << c.what;
+  }
+  Text s = u"S]", k = u"a=b";
+  EXPECT_FALSE(WritePrivateProfileStringA(&s, nullptr, nullptr, file()));
+  EXPECT_EQ(content(), before);
+}
+
+// Whatever a write takes, it reads back, and a second write changes the line it made.
+TEST_F(ProfileOps, EveryWriteReadsBack) {
+  struct Case {
+    Text section, key, value;
+  } cases[] = {
+      {u" Main ", u" spaced key ", u"v1"},
+      {u"main", u"SPACED KEY", u"v2"},
+      {u"Ä", u"k", u"v3"},
+      {u"ä", u"É", u"v4"},
+      {u"S", u"k", u""},
+  };
+  for (const auto& c : cases) {
+    ASSERT_TRUE(set(c.section, c.key, c.value));
+    EXPECT_EQ(get(c.section, c.key, 255, u"default"), c.value.empty() ? u"" : c.value);
+  }
+  EXPECT_EQ(content(), "[Main]\r\nspaced key=v2\r\n[\xc4]\r\nk=v3\r\n\xc9=v4\r\n[S]\r\nk=\r\n");
+}
+
+TEST_F(ProfileOps, AnEditThroughALinkChangesTheTargetAndKeepsTheLink) {
+  test::makeDir(dir / "real");
+  test::writeBytes(dir / "real/t.ini", "[S]\r\na=1\r\n");
+  ASSERT_EQ(::symlink("real/t.ini", (dir / "a.ini").c_str()), 0);
+  ASSERT_EQ(::link((dir / "real/t.ini").c_str(), (dir / "hard.ini").c_str()), 0);
+  EXPECT_TRUE(set(u"S", u"a", u"2"));
+  struct stat st;
+  ASSERT_EQ(::lstat((dir / "a.ini").c_str(), &st), 0);
+  EXPECT_TRUE(S_ISLNK(st.st_mode));
+  EXPECT_EQ(test::readBytes(dir / "real/t.ini"), "[S]\r\na=2\r\n");
+  EXPECT_EQ(test::readBytes(dir / "hard.ini"), "[S]\r\na=2\r\n") << "the hard link stays";
+  EXPECT_EQ(get(u"S", u"a"), u"2");
+}
+
+// Read-only is refused for every caller, root included.
+TEST_F(ProfileOps, AReadOnlyFileIsNotChanged) {
+  write("[S]\r\na=1\r\n");
+  ::chmod((dir / "a.ini").c_str(), 0444);
+  EXPECT_FALSE(set(u"S", u"a", u"2"));
+  Text s = u"S";
+  EXPECT_FALSE(WritePrivateProfileStringA(&s, nullptr, nullptr, file()));
+  EXPECT_EQ(content(), "[S]\r\na=1\r\n");
+}
+
 TEST_F(ProfileOps, MissingFileIsMadeAndAMissingFolderRefused) {
   EXPECT_TRUE(set(u"S", u"k", u"\u20ac"));
   EXPECT_EQ(content(), "[S]\r\nk=\x80\r\n");
   Text nowhere = T(dir / "none/b.ini"), s = u"S", k = u"k", v = u"v";
   EXPECT_FALSE(WritePrivateProfileStringA(&s, &k, &v, nowhere));
   EXPECT_FALSE(test::exists(dir / "none"));
+}
+
+}  // namespace
+}  // namespace zrk::platform
+
+namespace zrk::platform {
+namespace {
+
+using test::T;
+
+// A folder in memory where there is one, so that the many syncs of the edits cost nothing:
+// what is tested here is the lock, not the disk.
+class MemoryFolder {
+ public:
+  MemoryFolder() {
+    std::string tmpl = "/dev/shm/zrkkvl-test-XXXXXX";
+    if (::mkdtemp(tmpl.data())) path_ = tmpl;
+  }
+  ~MemoryFolder() {
+    if (!path_.empty()) std::filesystem::remove_all(path_);
+  }
+  std::string operator/(const std::string& name) const {
+    return (path_.empty() ? fallback_.path() : path_) + "/" + name;
+  }
+
+ private:
+  test::TempDir fallback_;
+  std::string path_;
+};
+
+// Four processes and four threads edit different keys of one file at once: every edit stays.
+TEST(ProfileOpsConcurrency, NoEditIsLost) {
+  constexpr int kWorkers = 4, kEdits = 500;
+  MemoryFolder dir;
+  const Text file = T(dir / "shared.ini");
+  auto edit = [&](const std::string& who) {
+    for (int i = 0; i < kEdits; ++i) {
+      Text section = u"S", key = T(who + "_" + std::to_string(i)), value = T(std::to_string(i));
+      if (!WritePrivateProfileStringA(&section, &key, &value, file)) return false;
+    }
+    return true;
+  };
+  std::vector<pid_t> children;
+  for (int p = 0; p < kWorkers; ++p) {
+    pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) ::_exit(edit("p" + std::to_string(p)) ? 0 : 1);
+    children.push_back(child);
+  }
+  std::vector<std::thread> threads;
+  std::atomic<int> failed{0};
+  for (int t = 0; t < kWorkers; ++t)
+    threads.emplace_back([&, t] { failed += !edit("t" + std::to_string(t)); });
+  for (auto& t : threads)
+    t.join();
+  for (pid_t child : children) {
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  }
+  EXPECT_EQ(failed, 0);
+  std::string content = test::readBytes(dir / "shared.ini");
+  int missing = 0;
+  for (const char* who : {"p", "t"}) {
+    for (int w = 0; w < kWorkers; ++w) {
+      for (int i = 0; i < kEdits; ++i) {
+        std::string line = "\r\n" + std::string(who) + std::to_string(w) + "_" + std::to_string(i) +
+                           "=" + std::to_string(i) + "\r\n";
+        missing += content.find(line) == std::string::npos;
+      }
+    }
+  }
+  EXPECT_EQ(missing, 0);
 }
 
 }  // namespace

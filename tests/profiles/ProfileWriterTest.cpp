@@ -150,6 +150,56 @@ TEST_F(ProfileWriter, NameOfNeitherFormIsRefused) {
   EXPECT_EQ(failures(), Failures{"writeProfile:52@1"});
 }
 
+// A profile name is one folder below "profiles": a name that would reach elsewhere is refused
+// before anything changes, on disk or in the profiles file.
+TEST_F(ProfileWriter, NamesThatLeaveTheProfilesFolderAreRefused) {
+  writeBytes(root / "profiles.ini", "[Keep]\r\npath=k\r\n");
+  kvn->CompressBINI(root.text("profiles.ini"));
+  const std::string packed = readBytes(root / "profiles.bini");
+  makeDir(root / "victim/settings");
+  writeBytes(root / "victim/settings/v.cfg", "v");
+  makeDir(root / "profiles/Old");
+  const Profile cases[] = {
+      {u"../escape"},
+      {u"..\\escape"},
+      {u".."},
+      {u"."},
+      {u"a/b"},
+      {u"a\\b"},
+      {root.text("escape")},
+      {u""},
+      {u"New", u"../victim"},
+      {u"New", u".."},
+      {u"New", u"..\\victim"},
+  };
+  for (const Profile& p : cases) {
+    loggedFailures().clear();
+    EXPECT_FALSE(save(p)) << toUtf8(p.name) << " / " << toUtf8(p.old);
+    EXPECT_EQ(failures(), Failures{"writeProfile:52@1"})
+        << toUtf8(p.name) << " / " << toUtf8(p.old);
+    EXPECT_EQ(readBytes(root / "profiles.bini"), packed);
+    EXPECT_FALSE(exists(root / "profiles.ini"));
+  }
+  EXPECT_EQ(readBytes(root / "victim/settings/v.cfg"), "v");
+  EXPECT_FALSE(exists(root / "escape"));
+  EXPECT_FALSE(exists(root / "profiles/New"));
+  EXPECT_FALSE(exists(root / "profiles/a"));
+  EXPECT_TRUE(exists(root / "profiles/Old"));
+}
+
+// With the plain name, a plain file left by a failed save is the newer state: it is kept, not
+// unpacked over.
+TEST_F(ProfileWriter, PlainNameKeepsALeftPlainFile) {
+  writeBytes(root / "profiles.ini", "[Keep]\r\npath=k\r\n");
+  kvn->CompressBINI(root.text("profiles.ini"));
+  const std::string left = "[Keep]\r\npath=k\r\n[Left]\r\npath=l\r\n";
+  writeBytes(root / "profiles.ini", left);
+  Profile p{u"New"};
+  EXPECT_TRUE(save(p, "profiles.ini"));
+  EXPECT_EQ(unpacked(), left + keysOf(p));
+  EXPECT_EQ(failures(), Failures{});
+}
+
 // After a failure the packed file is as before, the plain file lies beside it, and the next call
 // starts again from the packed state.
 TEST_F(ProfileWriter, FailuresLeaveThePackedFileAlone) {
