@@ -187,7 +187,7 @@ TEST_F(ReportTest, EndlessAnswerIsCutAndFails) {
   useHost(flood->host());
   fakeSleep();
   EXPECT_FALSE(send());
-  EXPECT_LT(sleeps, 1000);
+  EXPECT_LT(sleeps, 5000);  // ended by the cut, not by the wait
   EXPECT_NE(lastDialog().find(u"Error Line: 12\r\nError 13: Type mismatch"), Text::npos);
   EXPECT_EQ(diagnostics::KVL().ResponseResult, u"true");
   EXPECT_FALSE(diagnostics::KVL().ResponseRecieved);
