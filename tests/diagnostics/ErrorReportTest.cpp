@@ -2,7 +2,10 @@
 // answers, the bounded wait, and the failure path that sends it.
 #include <gtest/gtest.h>
 
+#include <elf.h>
+
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 
 #include "DiagnosticsFixture.h"
@@ -217,6 +220,39 @@ TEST_F(ReportTest, MissingTransferLibraryFailsTheReport) {
   EXPECT_EQ(sleeps, 5000);
   EXPECT_TRUE(server.requests().empty());
   EXPECT_NE(lastDialog().find(u"Error 13: Type mismatch"), Text::npos);
+}
+
+// The libraries an ELF file names as needed.
+std::vector<std::string> neededLibraries(const std::string& path) {
+  std::string elf = readBytes(path);
+  auto at = [&](size_t offset, size_t size) {
+    if (offset > elf.size() || size > elf.size() - offset) throw std::out_of_range(path);
+    return elf.data() + offset;
+  };
+  Elf64_Ehdr header;
+  std::memcpy(&header, at(0, sizeof header), sizeof header);
+  std::vector<Elf64_Shdr> sections(header.e_shnum);
+  std::memcpy(sections.data(), at(header.e_shoff, sections.size() * sizeof(Elf64_Shdr)),
+              sections.size() * sizeof(Elf64_Shdr));
+  std::vector<std::string> needed;
+  for (const Elf64_Shdr& s : sections) {
+    if (s.sh_type != SHT_DYNAMIC) continue;
+    const char* names = at(sections.at(s.sh_link).sh_offset, sections.at(s.sh_link).sh_size);
+    for (size_t off = 0; off + sizeof(Elf64_Dyn) <= s.sh_size; off += sizeof(Elf64_Dyn)) {
+      Elf64_Dyn entry;
+      std::memcpy(&entry, at(s.sh_offset + off, sizeof entry), sizeof entry);
+      if (entry.d_tag == DT_NEEDED) needed.emplace_back(names + entry.d_un.d_val);
+    }
+  }
+  return needed;
+}
+
+// libcurl is loaded by the first report, never by loading the library.
+TEST(ReportLibrary, TheLibraryDoesNotLinkLibcurl) {
+  std::vector<std::string> needed = neededLibraries(ZRK_LIBRARY_FILE);
+  ASSERT_FALSE(needed.empty());
+  for (const std::string& name : needed)
+    EXPECT_EQ(name.find("libcurl"), std::string::npos) << name;
 }
 
 TEST_F(ReportTest, EarlierAnswerStandsWhenNoneComes) {
