@@ -4,6 +4,7 @@
 
 #include <zrkKVL/clsKVN.h>
 #include "compress/ArchiveFormat.h"
+#include "compress/StringCompression.h"
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
 #include "core/mdlKVN.h"
@@ -102,7 +103,7 @@ bool clsKVN::ExtractArchive(Text sArchiveName, std::optional<Text> DiffDir) {
       Text stream = mid(record, s + 1, int64_t(record.size()));
       // No stream expands beyond the cap, so capping a length read from a damaged file changes
       // nothing for a good stream and keeps a bad one from asking for gigabytes.
-      int32_t origSize = std::min(elementLength, archive::maxExpandedLength(stream.size()));
+      int32_t origSize = std::min(elementLength, compression::maxExpandedLength(stream.size()));
       Text element = DecompressString(std::move(stream), origSize);
 
       int64_t bar = position(element, u'|');

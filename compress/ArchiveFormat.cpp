@@ -2,7 +2,6 @@
 #include "compress/ArchiveFormat.h"
 
 #include <algorithm>
-#include <limits>
 
 #include <zrkKVL/Failure.h>
 #include "files/TextOps.h"
@@ -89,13 +88,6 @@ Text damagedArchiveQuestion(TextView archiveName) {
          u"\r\n\r\nThe ZRK can still attempt to extract the files, but the original file names "
          u"will be lost \r\nand the ZRK will assign names to the files in the folowing format: "
          u"[Archivename][Filenumber].txt\r\n\r\nDo you wish to continue?";
-}
-
-int32_t maxExpandedLength(size_t streamLength) {
-  // Deflate gives at most 258 bytes for two bits; the margin covers headers and block ends.
-  constexpr int64_t kMaxRatio = 1032, kMargin = 4096;
-  int64_t n = int64_t(streamLength) * kMaxRatio + kMargin;
-  return int32_t(std::min<int64_t>(n, std::numeric_limits<int32_t>::max()));
 }
 
 }  // namespace zrk::archive

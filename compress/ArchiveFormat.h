@@ -36,7 +36,4 @@ Text damagedRecordName(TextView base, int32_t count, bool first);
 // The question put before the first damaged record is written.
 Text damagedArchiveQuestion(TextView archiveName);
 
-// The longest text a zlib stream of `streamLength` bytes can expand to.
-int32_t maxExpandedLength(size_t streamLength);
-
 }  // namespace zrk::archive

@@ -1,6 +1,10 @@
 // Strings as zlib streams: CompressString and DecompressString over stock zlib.
+#include "compress/StringCompression.h"
+
 #include <zlib.h>
 
+#include <algorithm>
+#include <limits>
 #include <string>
 
 #include <zrkKVL/clsKVN.h>
@@ -22,21 +26,25 @@ int32_t workBufferSize(double n) {
 
 using ZlibCall = int (*)(Bytef*, uLongf*, const Bytef*, uLong);
 
+struct ZlibResult {
+  Text text;
+  bool whole = false;
+};
+
 // One zlib call into a work buffer of `size` bytes. The size variable takes zlib's count only
 // when the call delivered a whole result; otherwise it keeps the buffer's size, so a bad stream
 // gives the whole buffer: what was expanded, then the NULs behind it. Every stored format counts
-// on that. Beyond this, the status is dropped: it raises nothing.
-Text runZlib(ZlibCall call, const Text& input, int32_t size) {
+// on that. The public operations drop the status: it raises nothing.
+ZlibResult runZlib(ZlibCall call, const Text& input, int32_t size) {
   std::string source = platform::toAnsi(input);
   std::string buffer(size_t(size), '\0');
   uLongf delivered = uLongf(size);
   int32_t sizeVariable = size;
-  if (call(reinterpret_cast<Bytef*>(buffer.data()), &delivered,
-           reinterpret_cast<const Bytef*>(source.data()), uLong(source.size())) == Z_OK) {
-    sizeVariable = int32_t(delivered);
-  }
+  bool whole = call(reinterpret_cast<Bytef*>(buffer.data()), &delivered,
+                    reinterpret_cast<const Bytef*>(source.data()), uLong(source.size())) == Z_OK;
+  if (whole) sizeVariable = int32_t(delivered);
   buffer.resize(size_t(sizeVariable));
-  return platform::fromAnsi(buffer);
+  return {platform::fromAnsi(buffer), whole};
 }
 
 int compressDefault(Bytef* dest, uLongf* destLen, const Bytef* source, uLong sourceLen) {
@@ -49,17 +57,34 @@ int uncompressStream(Bytef* dest, uLongf* destLen, const Bytef* source, uLong so
 
 }  // namespace
 
+namespace compression {
+
+int32_t maxExpandedLength(size_t streamLength) {
+  // Deflate gives at most 258 bytes for two bits; the margin covers headers and block ends.
+  constexpr int64_t kMaxRatio = 1032, kMargin = 4096;
+  int64_t n = int64_t(std::min<size_t>(streamLength, INT32_MAX)) * kMaxRatio + kMargin;
+  return int32_t(std::min<int64_t>(n, std::numeric_limits<int32_t>::max()));
+}
+
+std::optional<Text> expandWhole(const Text& stream, int32_t origSize) {
+  ZlibResult r = runZlib(uncompressStream, stream, workBufferSize(double(origSize)));
+  if (!r.whole) return std::nullopt;
+  return std::move(r.text);
+}
+
+}  // namespace compression
+
 Text clsKVN::CompressString(Text TheString) {
   return noTrap([&] {
     int32_t size = workBufferSize(double(TheString.size()));
-    return runZlib(compressDefault, TheString, size);
+    return runZlib(compressDefault, TheString, size).text;
   });
 }
 
 Text clsKVN::DecompressString(Text TheString, int32_t OrigSize) {
   return noTrap([&] {
     int32_t size = workBufferSize(double(OrigSize));
-    return runZlib(uncompressStream, TheString, size);
+    return runZlib(uncompressStream, TheString, size).text;
   });
 }
 

@@ -76,18 +76,42 @@ Text libraryFileList(TextView root) {
   return list;
 }
 
+namespace {
+
+// The wait's bound: kWaitTicks ticks, and as long in elapsed time, so that event passes that
+// take long (a busy transfer, the host's own events) cannot stretch it.
+class WaitBudget {
+ public:
+  WaitBudget() : start_(platform::tickCount()) {}
+  // Sleeps one tick; false once the ticks or the time are used up.
+  bool tick() {
+    platform::sleepMs(kTickMs);
+    return ++ticks_ < kWaitTicks && platform::tickCount() - start_ < kWaitTicks * kTickMs;
+  }
+
+ private:
+  uint32_t start_;
+  int32_t ticks_ = 0;
+};
+
+}  // namespace
+
 void waitForAnswer(frmKVL& form) {
-  int32_t ticks = 0;
+  WaitBudget wait;
   while (form.inetKVL.StillExecuting()) {
-    platform::sleepMs(kTickMs);
-    if (++ticks >= kWaitTicks) break;
+    if (!wait.tick()) break;
     platform::processEvents();
   }
-  while (!form.ResponseRecieved) {
-    platform::sleepMs(kTickMs);
-    if (++ticks >= kWaitTicks) break;
+  // An answer past the control's limit never arrives: nothing is left to wait for.
+  while (!form.ResponseRecieved && !form.inetKVL.answerOverLimit()) {
+    if (!wait.tick()) break;
     platform::processEvents();
   }
+}
+
+bool reportResult(const frmKVL& form) {
+  if (form.inetKVL.answerOverLimit()) throw Failure(err::TypeMismatch);
+  return Variant(form.ResponseResult).toBool();
 }
 
 Text reportUrl() {
@@ -139,7 +163,7 @@ bool clsKVN::SendErrorReport(Variant& RepDat) {
       frame.line(11);
       form.inetKVL.Cancel();
       frame.line(12);
-      result = Variant(form.ResponseResult).toBool();
+      result = diagnostics::reportResult(form);
     } catch (const Failure& f) {
       // A component that cannot be made is never reported: the result stays false.
       if (f.number() != err::CantCreateObject) throw;

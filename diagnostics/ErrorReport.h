@@ -33,8 +33,13 @@ bool isPluginFile(TextView name);
 Text pluginVersion(TextView folder, TextView name);
 
 // Waits for the answer in two stages sharing one tick count: while the control runs, then until
-// the form has read an answer. Each tick sleeps, and every tick but the last pumps events.
+// the form has read an answer. Each tick sleeps, and every tick but the last pumps events. The
+// whole wait also ends once kWaitTicks ticks' worth of time has passed.
 void waitForAnswer(frmKVL& form);
+
+// The answer as a boolean: failure 13 for one that is no boolean word or number, and for one
+// longer than the control keeps.
+bool reportResult(const frmKVL& form);
 
 // "http://" + host + the report path.
 Text reportUrl();

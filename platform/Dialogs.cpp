@@ -6,6 +6,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <iostream>
@@ -172,13 +173,43 @@ std::vector<ScriptedDialogs::Help> ScriptedDialogs::helpShown() const {
   return help_;
 }
 
+int32_t safeAnswer(int32_t code) {
+  std::vector<int32_t> choices = buttonsOf(code);
+  for (int32_t a : {mb::Cancel, mb::No, mb::Abort}) {
+    if (std::find(choices.begin(), choices.end(), a) != choices.end()) return a;
+  }
+  return choices.front();
+}
+
+namespace {
+
+// The question a dialog asks: its last non-empty line.
+std::string questionOf(TextView text) {
+  std::vector<Text> lines = split(text, u"\r\n");
+  auto it = std::find_if(lines.rbegin(), lines.rend(), [](const Text& l) { return !l.empty(); });
+  return it == lines.rend() ? std::string() : toUtf8(*it);
+}
+
+// Takes the safe answer for a question nobody can answer, and says so in one line.
+int32_t answerUnattended(TextView text, int32_t buttons, TextView title, const char* why) {
+  int32_t a = safeAnswer(buttons);
+  std::fprintf(stderr, "[%s] \"%s\": answered %s, %s\n", toUtf8(title).c_str(),
+               questionOf(text).c_str(), answerName(a), why);
+  return a;
+}
+
+}  // namespace
+
 int32_t TerminalDialogs::messageBox(TextView text, int32_t buttons, TextView title) {
   std::vector<int32_t> choices = buttonsOf(buttons);
   std::string shown = toUtf8(replaceAll(text, u"\r\n", u"\n"));
   std::fprintf(stderr, "[%s]\n%s\n", toUtf8(title).c_str(), shown.c_str());
-  if (!::isatty(STDIN_FILENO) || choices.size() == 1) {
+  if (choices.size() == 1) {
     std::fprintf(stderr, "(%s)\n", answerName(choices.front()));
     return choices.front();
+  }
+  if (!::isatty(STDIN_FILENO)) {
+    return answerUnattended(text, buttons, title, "as there is no terminal to ask");
   }
   for (;;) {
     for (size_t i = 0; i < choices.size(); ++i) {
@@ -186,7 +217,10 @@ int32_t TerminalDialogs::messageBox(TextView text, int32_t buttons, TextView tit
     }
     std::fprintf(stderr, "? ");
     std::string line;
-    if (!std::getline(std::cin, line)) return choices.front();
+    if (!std::getline(std::cin, line)) {
+      std::fprintf(stderr, "\n");
+      return answerUnattended(text, buttons, title, "as the input has ended");
+    }
     for (int32_t c : choices) {
       if (!line.empty() && std::toupper(static_cast<unsigned char>(line[0])) == answerName(c)[0]) {
         return c;

@@ -15,6 +15,9 @@ namespace zrk::platform {
 std::vector<int32_t> buttonsOf(int32_t code);
 // "OK", "Cancel", "Yes", ... for an answer.
 const char* answerName(int32_t answer);
+// The answer that changes nothing, for a question nobody can answer: Cancel where it is offered,
+// else No, else Abort; the only button of a dialog that offers one.
+int32_t safeAnswer(int32_t code);
 
 // Answers given in advance (the default answer when none is left); records every dialog.
 class ScriptedDialogs : public DialogBackend {
@@ -65,8 +68,8 @@ class ScriptedDialogs : public DialogBackend {
   std::vector<Help> help_;
 };
 
-// Prints the dialog to standard error and reads the answer from the terminal; without a
-// terminal it takes the default answer.
+// Prints the dialog to standard error and reads the answer from the terminal. Without a terminal,
+// or once its input has ended, it takes the safe answer and says so in one line.
 class TerminalDialogs : public DialogBackend {
  public:
   int32_t messageBox(TextView text, int32_t buttons, TextView title) override;

@@ -1,10 +1,13 @@
 // Stand-in for the web-transfer control: one HTTP request at a time, run by libcurl's multi
 // interface on the caller's thread, with its state changes delivered by the thread's event pump.
+// An answer is kept up to kAnswerLimit characters; a longer one ends the transfer in error.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <string>
 
 #include <zrkKVL/Text.h>
 
@@ -18,6 +21,8 @@ class WebTransfer {
   static constexpr int16_t icString = 0;
   // The control's refusal of a second request while one runs.
   static constexpr int32_t kStillExecuting = 35764;
+  // The longest answer kept: far more than any answer the library reads.
+  static constexpr size_t kAnswerLimit = 64 * 1024;
 
   WebTransfer();
   ~WebTransfer();
@@ -29,11 +34,15 @@ class WebTransfer {
 
   // Starts the request and returns at once. Texts go out through the ANSI code page; the headers
   // are lines separated by CR LF. Failure 35764 while a request runs, 7 when none can be made.
+  // Without libcurl the request ends in the error state, as one that no server took.
   void Execute(TextView url, TextView operation, TextView inputData, TextView inputHeaders);
   // True from Execute until the transfer has ended (answered, failed or cancelled).
   bool StillExecuting();
   // The next part of the answer, at most `size` characters; empty text when no more is left.
   Text GetChunk(int32_t size, int16_t dataType = icString);
+  // True when the last request's answer went past kAnswerLimit: the transfer ended in error and
+  // kept nothing of it.
+  bool answerOverLimit() const;
   // Ends the request and drops its undelivered state changes.
   void Cancel();
 
@@ -53,6 +62,9 @@ void processEvents();
 void runPendingEvents();
 // Test seam: replaces the pump (an empty function restores the real one).
 void setEventPump(std::function<void()> pump);
+
+// Test seam: the libcurl file to load at the next first need (empty: the usual one).
+void overrideTransferLibrary(std::string file);
 
 // Host (and port) of the error-report endpoint: ZRKKVL_REPORT_HOST when set, else the build's.
 Text reportEndpointHost();

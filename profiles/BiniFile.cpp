@@ -1,7 +1,10 @@
 // The packed form of a text file: size digits, magic "B" + type word, base64 of the zlib stream.
+#include <algorithm>
+#include <optional>
 #include <string>
 
 #include <zrkKVL/clsKVN.h>
+#include "compress/StringCompression.h"
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
 #include "core/mdlKVN.h"
@@ -76,6 +79,19 @@ int32_t sizeFromField(std::string_view field) {
     if (n > INT32_MAX) throw Failure(err::Overflow);
   }
   return int32_t(n);
+}
+
+// The text the stream expands to. The size read from the file only sizes the buffer, and no
+// stream expands beyond what its length allows, so a made-up size costs no more than the file's
+// real one. A stream that does not expand whole is damage: reported, and nothing is written.
+std::string expandedText(const Text& stream, int32_t size, const Text& packedName) {
+  size = std::min(size, compression::maxExpandedLength(stream.size()));
+  std::optional<Text> text = compression::expandWhole(stream, size);
+  if (!text) {
+    throw Failure(err::InputPastEndOfFile,
+                  defaultDescription(err::InputPastEndOfFile) + u" [" + packedName + u"]");
+  }
+  return platform::toAnsi(*text);
 }
 
 }  // namespace
@@ -179,7 +195,7 @@ bool clsKVN::DecompressBINI(Text FileName, Text* bType) {
     frame.line(13);
     // The plain file is replaced whole and in one step, only once its new content is known, so
     // a damaged packed file never costs the plain file beside it.
-    std::string text = platform::toAnsi(DecompressString(decoded, size));
+    std::string text = expandedText(decoded, size, FileName);
     if (!platform::replaceFileAtomically(platform::nativePath(plainName), text)) {
       throw Failure(err::PathFileAccessError,
                     defaultDescription(err::PathFileAccessError) + u" [" + plainName + u"]");

@@ -2,6 +2,8 @@
 // answers, the bounded wait, and the failure path that sends it.
 #include <gtest/gtest.h>
 
+#include <elf.h>
+
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -235,6 +237,96 @@ TEST_F(ReportTest, RefusedRequestUsesUpTheWait) {
   EXPECT_FALSE(send());
   EXPECT_EQ(sleeps, 5000);
   EXPECT_FALSE(diagnostics::KVL().ResponseRecieved);
+}
+
+// The wait ends after its time as well as after its ticks, however few ticks have passed.
+TEST_F(ReportTest, WaitEndsAfterFiftySecondsOfTime) {
+  auto server = HttpTestServer::silent();
+  useHost(server->host());
+  fakeSleep();
+  uint32_t now = 7000;
+  platform::setTickSource([&now] { return now += 1000; });  // each look at the clock: 1 s later
+  EXPECT_FALSE(send());
+  platform::setTickSource({});
+  EXPECT_EQ(sleeps, 51);  // 50 while executing, one more testing the flag
+  EXPECT_NE(lastDialog().find(u"Error 13: Type mismatch"), Text::npos);
+}
+
+// An answer that never ends is read only up to the control's limit: the report fails as for an
+// answer it cannot use, at once, also when an earlier exchange left a good answer behind.
+TEST_F(ReportTest, EndlessAnswerIsCutAndFails) {
+  {
+    HttpTestServer server({"true"});
+    useHost(server.host());
+    EXPECT_TRUE(send());
+  }
+  auto flood = HttpTestServer::flood(size_t(64) << 20);
+  useHost(flood->host());
+  fakeSleep();
+  EXPECT_FALSE(send());
+  EXPECT_LT(sleeps, 5000);  // ended by the cut, not by the wait
+  EXPECT_NE(lastDialog().find(u"Error Line: 12\r\nError 13: Type mismatch"), Text::npos);
+  EXPECT_EQ(diagnostics::KVL().ResponseResult, u"true");
+  EXPECT_FALSE(diagnostics::KVL().ResponseRecieved);
+  EXPECT_LT(flood->floodSent(), size_t(16) << 20);  // the client hung up long before the end
+}
+
+// The largest answer kept still counts; one character more is cut.
+TEST_F(ReportTest, AnswerAtTheLimit) {
+  const size_t limit = platform::WebTransfer::kAnswerLimit;
+  for (size_t length : {limit, limit + 1}) {
+    SCOPED_TRACE(length);
+    HttpTestServer server({std::string(length - 1, '0') + "1"});
+    useHost(server.host());
+    EXPECT_EQ(send(), length == limit);
+  }
+}
+
+// Without libcurl the request fails as one no server took: the wait runs out, the report fails.
+TEST_F(ReportTest, MissingTransferLibraryFailsTheReport) {
+  HttpTestServer server({"true"});
+  useHost(server.host());
+  platform::overrideTransferLibrary("libcurl-missing.so.4");
+  fakeSleep();
+  bool sent = send();
+  platform::overrideTransferLibrary("");
+  EXPECT_FALSE(sent);
+  EXPECT_EQ(sleeps, 5000);
+  EXPECT_TRUE(server.requests().empty());
+  EXPECT_NE(lastDialog().find(u"Error 13: Type mismatch"), Text::npos);
+}
+
+// The libraries an ELF file names as needed.
+std::vector<std::string> neededLibraries(const std::string& path) {
+  std::string elf = readBytes(path);
+  auto at = [&](size_t offset, size_t size) {
+    if (offset > elf.size() || size > elf.size() - offset) throw std::out_of_range(path);
+    return elf.data() + offset;
+  };
+  Elf64_Ehdr header;
+  std::memcpy(&header, at(0, sizeof header), sizeof header);
+  std::vector<Elf64_Shdr> sections(header.e_shnum);
+  std::memcpy(sections.data(), at(header.e_shoff, sections.size() * sizeof(Elf64_Shdr)),
+              sections.size() * sizeof(Elf64_Shdr));
+  std::vector<std::string> needed;
+  for (const Elf64_Shdr& s : sections) {
+    if (s.sh_type != SHT_DYNAMIC) continue;
+    const char* names = at(sections.at(s.sh_link).sh_offset, sections.at(s.sh_link).sh_size);
+    for (size_t off = 0; off + sizeof(Elf64_Dyn) <= s.sh_size; off += sizeof(Elf64_Dyn)) {
+      Elf64_Dyn entry;
+      std::memcpy(&entry, at(s.sh_offset + off, sizeof entry), sizeof entry);
+      if (entry.d_tag == DT_NEEDED) needed.emplace_back(names + entry.d_un.d_val);
+    }
+  }
+  return needed;
+}
+
+// libcurl is loaded by the first report, never by loading the library.
+TEST(ReportLibrary, TheLibraryDoesNotLinkLibcurl) {
+  std::vector<std::string> needed = neededLibraries(ZRK_LIBRARY_FILE);
+  ASSERT_FALSE(needed.empty());
+  for (const std::string& name : needed)
+    EXPECT_EQ(name.find("libcurl"), std::string::npos) << name;
 }
 
 TEST_F(ReportTest, EarlierAnswerStandsWhenNoneComes) {

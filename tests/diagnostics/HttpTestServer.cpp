@@ -28,12 +28,14 @@ int loopbackSocket(int& port) {
   return fd;
 }
 
-void writeAll(int fd, const std::string& s) {
+// False when the client has gone.
+bool writeAll(int fd, const std::string& s) {
   for (size_t off = 0; off < s.size();) {
     ssize_t n = ::send(fd, s.data() + off, s.size() - off, MSG_NOSIGNAL);
-    if (n <= 0) return;
+    if (n <= 0) return false;
     off += size_t(n);
   }
+  return true;
 }
 
 size_t contentLength(const std::string& headers) {
@@ -47,14 +49,18 @@ size_t contentLength(const std::string& headers) {
 }  // namespace
 
 HttpTestServer::HttpTestServer(std::vector<std::string> answerParts)
-    : HttpTestServer(std::move(answerParts), true) {}
+    : HttpTestServer(std::move(answerParts), Mode::Answer) {}
 
 std::unique_ptr<HttpTestServer> HttpTestServer::silent() {
-  return std::unique_ptr<HttpTestServer>(new HttpTestServer({}, false));
+  return std::unique_ptr<HttpTestServer>(new HttpTestServer({}, Mode::Silent));
 }
 
-HttpTestServer::HttpTestServer(std::vector<std::string> parts, bool answer)
-    : parts_(std::move(parts)), answer_(answer) {
+std::unique_ptr<HttpTestServer> HttpTestServer::flood(size_t limit) {
+  return std::unique_ptr<HttpTestServer>(new HttpTestServer({}, Mode::Flood, limit));
+}
+
+HttpTestServer::HttpTestServer(std::vector<std::string> parts, Mode mode, size_t floodLimit)
+    : parts_(std::move(parts)), mode_(mode), floodLimit_(floodLimit) {
   listenFd_ = loopbackSocket(port_);
   ::listen(listenFd_, 8);
   thread_ = std::thread([this] { serve(); });
@@ -75,6 +81,12 @@ std::string HttpTestServer::host() const {
 std::vector<HttpRequest> HttpTestServer::requests() const {
   std::lock_guard lock(mutex_);
   return requests_;
+}
+
+size_t HttpTestServer::floodSent() const {
+  while (!floodEnded_)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  return floodSent_;
 }
 
 int HttpTestServer::deadPort() {
@@ -116,24 +128,42 @@ void HttpTestServer::handle(int fd) {
     std::lock_guard lock(mutex_);
     requests_.push_back(r);
   }
-  if (!answer_) {
+  if (mode_ == Mode::Silent) {
     held_.push_back(fd);
     return;
   }
+  if (mode_ == Mode::Flood) {
+    floodAnswer(fd);
+  } else {
+    answer(fd);
+  }
+  ::close(fd);
+}
+
+void HttpTestServer::answer(int fd) {
   if (parts_.size() == 1) {
     writeAll(fd, "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(parts_[0].size()) +
                      "\r\nConnection: close\r\n\r\n" + parts_[0]);
-  } else {
-    writeAll(fd, "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\nConnection: close\r\n\r\n");
-    for (const auto& part : parts_) {
-      char size[16];
-      std::snprintf(size, sizeof size, "%zx\r\n", part.size());
-      writeAll(fd, size + part + "\r\n");
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    writeAll(fd, "0\r\n\r\n");
+    return;
   }
-  ::close(fd);
+  writeAll(fd, "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\nConnection: close\r\n\r\n");
+  for (const auto& part : parts_) {
+    char size[16];
+    std::snprintf(size, sizeof size, "%zx\r\n", part.size());
+    writeAll(fd, size + part + "\r\n");
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  writeAll(fd, "0\r\n\r\n");
+}
+
+// A body without a length, so only the end of the connection would end it.
+void HttpTestServer::floodAnswer(int fd) {
+  const std::string block(64 * 1024, '1');
+  if (writeAll(fd, "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n")) {
+    while (!stop_ && floodSent_ < floodLimit_ && writeAll(fd, block))
+      floodSent_ += block.size();
+  }
+  floodEnded_ = true;
 }
 
 }  // namespace zrk::test

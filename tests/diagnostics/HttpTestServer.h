@@ -24,6 +24,8 @@ class HttpTestServer {
   explicit HttpTestServer(std::vector<std::string> answerParts);
   // Reads requests and never answers them.
   static std::unique_ptr<HttpTestServer> silent();
+  // Answers with a body of digits that ends only after `limit` bytes or when the client leaves.
+  static std::unique_ptr<HttpTestServer> flood(size_t limit);
   ~HttpTestServer();
 
   // "127.0.0.1:port".
@@ -33,13 +35,22 @@ class HttpTestServer {
   // A loopback port on which nothing listens.
   static int deadPort();
 
+  // Waits until a flood has ended, and gives how many body bytes the client took in.
+  size_t floodSent() const;
+
  private:
-  HttpTestServer(std::vector<std::string> parts, bool answer);
+  enum class Mode { Answer, Silent, Flood };
+  HttpTestServer(std::vector<std::string> parts, Mode mode, size_t floodLimit = 0);
   void serve();
   void handle(int fd);
+  void answer(int fd);
+  void floodAnswer(int fd);
 
   std::vector<std::string> parts_;
-  bool answer_;
+  Mode mode_;
+  size_t floodLimit_;
+  std::atomic<size_t> floodSent_{0};
+  std::atomic<bool> floodEnded_{false};
   int listenFd_ = -1;
   int port_ = 0;
   std::atomic<bool> stop_{false};

@@ -1,4 +1,5 @@
 // The packed text file: exact bytes, names, type words, failures and what stays on disk.
+#include <filesystem>
 #include <string>
 
 #include "platform/CodePage.h"
@@ -162,10 +163,51 @@ TEST_F(BiniFile, DamagedPackedFiles) {
   }
 }
 
-TEST_F(BiniFile, HeaderOnlyFileUnpacksTheEmptyBuffer) {
-  writeBytes(root / "h.bini", "\0\0\0\0\0\0\0\0BINI"s);
-  EXPECT_TRUE(kvn->DecompressBINI(root.text("h.bini")));
-  EXPECT_EQ(readBytes(root / "h.ini"), std::string(12, '\0'));  // what DecompressString gives
+// A stream that does not expand whole is reported and never replaces the plain file, whatever
+// size the header claims; with no plain file beside it, none is made.
+TEST_F(BiniFile, StreamThatDoesNotExpandWholeKeepsThePlainFile) {
+  std::string text;
+  for (int i = 0; i < 400; ++i)
+    text += "Key" + std::to_string(i * 7919) + "=value " + std::to_string(i) + "\r\n";
+  const std::string good = pack("g.ini", text, "g.bini");
+  const std::string cut = good.substr(0, 12 + (good.size() - 12) / 8 * 4);
+  struct Case {
+    const char* name;
+    std::string packed;
+  } cases[] = {
+      {"size of 1.3 billion, no body", "\x3f\x80\x5e\x80\0\0\0\0BINI"s},
+      {"header only", "\x05\0\0\0\0\0\0\0BINI"s},
+      {"stream cut in half", cut},
+      {"base64 of no stream", "\x03\0\0\0\0\0\0\0BINIYWJj"s},
+      {"size far below the text", "\0\0\0\0\0\0\0\0"s + good.substr(8)},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    for (bool plainExists : {true, false}) {
+      loggedFailures().clear();
+      std::filesystem::remove(root / "p.ini");
+      if (plainExists) writeBytes(root / "p.ini", "[kept]\r\n");
+      writeBytes(root / "p.bini", c.packed);
+      EXPECT_FALSE(kvn->DecompressBINI(root.text("p.bini")));
+      EXPECT_EQ(failures(), Failures{"DecompressBINI:62@13"});
+      if (plainExists) {
+        EXPECT_EQ(readBytes(root / "p.ini"), "[kept]\r\n");
+      } else {
+        EXPECT_FALSE(exists(root / "p.ini"));
+      }
+      EXPECT_EQ(readBytes(root / "p.bini"), c.packed);
+    }
+  }
+}
+
+// The size only sizes the buffer: a good stream under the largest size still gives its text.
+TEST_F(BiniFile, LargestSizeWithASmallStream) {
+  writeBytes(root / "p.bini",
+             "\x09\x09\x09\x09\x09\x09\x09\x09"
+             "BINIeJxLTErm5QIABL8BPg=="s);
+  EXPECT_TRUE(kvn->DecompressBINI(root.text("p.bini")));
+  EXPECT_EQ(readBytes(root / "p.ini"), "abc\r\n");
+  EXPECT_EQ(failures(), Failures{});
 }
 
 TEST_F(BiniFile, PlainFileThatCannotBeDeletedStaysBesideThePackedOne) {
