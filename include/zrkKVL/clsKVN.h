@@ -82,6 +82,12 @@ class clsKVN : public Dispatch {
   int32_t AttachToGame(int32_t hProcessID);
   Text ReadStr(int32_t pHwnd, int32_t hAdd);
   int32_t ReadLong(int32_t pHwnd, int32_t add);
+  // As ReadStr and ReadLong, at a 64-bit address: every ordinary program lies above 4 GiB.
+  Text ReadStr64(int32_t pHwnd, int64_t hAdd);
+  int32_t ReadLong64(int32_t pHwnd, int64_t add);
+  // The load address of a module of the process: its executable or a library, by file name
+  // ("libc.so.6") or full path. 0 when the handle reads nothing or no such module is loaded.
+  int64_t GetModuleBase(int32_t pHwnd, Text ModuleName);
   bool ProcessRunning(int32_t PROC_ID);
   Variant GetRunningProcesses(Text* ProcName = nullptr);
 
