@@ -1,6 +1,8 @@
 // Attaching to the stand-in game and reading its strings and numbers.
 #include <unistd.h>
 
+#include <atomic>
+#include <memory>
 #include <set>
 #include <thread>
 
@@ -241,6 +243,56 @@ TEST(HandleTable, ThreadsGetDistinctHandlesAndCloseThemAll) {
   for (auto& t : threads)
     t.join();
   EXPECT_EQ(platform::HandleTable::instance().size(), open);
+}
+
+}  // namespace
+}  // namespace zrk::test
+
+namespace zrk::test {
+namespace {
+
+class ProcessIdentityTest : public LibraryTest {};
+
+TEST_F(ProcessIdentityTest, AHandleReadsNothingOnceItsProcessEndedAlsoAfterItsIdIsTakenAgain) {
+  if (::geteuid() != 0) GTEST_SKIP() << "taking a chosen process id needs root";
+  auto game = std::make_unique<FakeGame>();
+  const pid_t pid = game->pid();
+  int32_t stale = kvn->AttachToGame(pid);
+  ASSERT_EQ(kvn->ReadLong(stale, at(FakeGame::kLow + 0x210)), 513);
+  game.reset();  // ended and reaped: its id is free
+  EXPECT_EQ(kvn->ReadLong(stale, at(FakeGame::kLow + 0x210)), 0);
+
+  FakeGame successor(FakeGame::Options{.pid = pid});
+  ASSERT_EQ(successor.pid(), pid) << "another process took the id first";
+  int32_t fresh = kvn->AttachToGame(pid);
+  EXPECT_EQ(kvn->ReadLong(fresh, at(FakeGame::kLow + 0x210)), 513);  // the same bytes are there
+  EXPECT_EQ(kvn->ReadLong(stale, at(FakeGame::kLow + 0x210)), 0);
+  EXPECT_EQ(kvn->ReadStr64(stale, int64_t(FakeGame::kFar + 8)), u"");
+  EXPECT_EQ(kvn->GetModuleBase(stale, T(successor.fileName())), 0);
+  EXPECT_NE(kvn->GetModuleBase(fresh, T(successor.fileName())), 0);
+  EXPECT_TRUE(CloseGameHandle(stale));  // a stale handle is still the caller's to close
+  EXPECT_TRUE(CloseGameHandle(fresh));
+}
+
+TEST_F(ProcessIdentityTest, AThreadIdOpensNothing) {
+  std::atomic<pid_t> tid{0};
+  std::atomic<bool> done{false};
+  std::thread worker([&] {
+    tid = ::gettid();
+    while (!done)
+      std::this_thread::yield();
+  });
+  while (!tid)
+    std::this_thread::yield();
+  size_t open = platform::HandleTable::instance().size();
+  EXPECT_EQ(kvn->AttachToGame(tid), 0);
+  EXPECT_FALSE(kvn->ProcessRunning(tid));
+  int32_t own = kvn->AttachToGame(::getpid());  // the process the thread belongs to opens
+  EXPECT_NE(own, 0);
+  EXPECT_EQ(platform::HandleTable::instance().size(), open + 1);
+  CloseGameHandle(own);
+  done = true;
+  worker.join();
 }
 
 }  // namespace
