@@ -28,7 +28,8 @@ pid_t spawn(pid_t wanted) {
 // child made by clone3 does not have in order.
 void becomeUser(uid_t user) {
   if (user == 0) return;
-  if (::syscall(SYS_setgroups, 0, nullptr) != 0 || ::syscall(SYS_setresgid, user, user, user) != 0 ||
+  if (::syscall(SYS_setgroups, 0, nullptr) != 0 ||
+      ::syscall(SYS_setresgid, user, user, user) != 0 ||
       ::syscall(SYS_setresuid, user, user, user) != 0) {
     ::_exit(126);
   }

@@ -104,7 +104,8 @@ TEST_F(GameProcessTest, CallsByName) {
   }
   args = {Variant(handle), Variant(Text(u"0x200000000008"))};
   EXPECT_EQ(kvn->CallByName(u"readstr64", args), Variant(Text(u"far above 4 GiB")));
-  for (Variant bad : {Variant(1e19), Variant(Text(u"far")), Variant(Text(u"0x10000000000000000"))}) {
+  for (Variant bad :
+       {Variant(1e19), Variant(Text(u"far")), Variant(Text(u"0x10000000000000000"))}) {
     args = {Variant(handle), bad};
     EXPECT_NE(failureOf([&] { kvn->CallByName(u"ReadLong64", args); }), 0) << toUtf8(bad.toText());
   }

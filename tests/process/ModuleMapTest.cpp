@@ -7,12 +7,12 @@
 #include <climits>
 
 #include <zrkKVL/GameHandle.h>
-#include "support/TestSupport.h"
 #include "platform/ProcessAccess.h"
-#include "platform/ProcessObject.h"
 #include "platform/ProcessMaps.h"
+#include "platform/ProcessObject.h"
 #include "process/AddressText.h"
 #include "process/ModuleMap.h"
+#include "support/TestSupport.h"
 
 namespace zrk::test {
 namespace {
@@ -37,7 +37,7 @@ TEST(MappingLine, FieldsAsTheSystemWritesThem) {
       {"ffffffffff600000-ffffffffff601000 --xp 00000000 00:00 0 [vsyscall]", true,
        0xffffffffff600000, 0xffffffffff601000, "--xp", 0, "[vsyscall]"},
       {"", false, 0, 0, "", 0, ""},
-      {"30000000 rw-p 00000000 00:00 0", false, 0, 0, "", 0, ""},         // no range
+      {"30000000 rw-p 00000000 00:00 0", false, 0, 0, "", 0, ""},           // no range
       {"3000000g-30001000 rw-p 00000000 00:00 0", false, 0, 0, "", 0, ""},  // not hex
       {"30000000-30001000 rw- 00000000 00:00 0", false, 0, 0, "", 0, ""},   // short rights
       {"30000000-30001000 rw-p 00000000", false, 0, 0, "", 0, ""},          // cut short
@@ -158,7 +158,9 @@ class SystemProgramTest : public LibraryTest {
 };
 
 TEST_F(SystemProgramTest, ItsLoadAddressHoldsItsElfHeader) {
-  const Text elfStart = u"\x7F" u"ELF\x02\x01\x01";  // 64-bit, little-endian, version 1
+  const Text elfStart =
+      u"\x7F"
+      u"ELF\x02\x01\x01";  // 64-bit, little-endian, version 1
   for (Text name : {Text(u"sleep"), T(exe()), Text(u"libc.so.6")}) {
     int64_t base = kvn->GetModuleBase(handle, name);
     EXPECT_GT(uint64_t(base), 0xFFFFFFFFu) << toUtf8(name);

@@ -12,9 +12,9 @@
 
 namespace {
 
-constexpr uintptr_t kLowPage = 0x30000000;   // two pages mapped, the second unmapped again
-constexpr uintptr_t kHighPage = 0xC0000000;  // an address that crosses as a negative number
-constexpr uintptr_t k4GiB = 0x100000000;       // a page either side of it
+constexpr uintptr_t kLowPage = 0x30000000;      // two pages mapped, the second unmapped again
+constexpr uintptr_t kHighPage = 0xC0000000;     // an address that crosses as a negative number
+constexpr uintptr_t k4GiB = 0x100000000;        // a page either side of it
 constexpr uintptr_t kFarPage = 0x200000000000;  // far above, the page after it unmapped
 
 char* mapAt(uintptr_t address, size_t size) {
@@ -54,7 +54,7 @@ int main() {
   put(high, 4, "high half", 10);
 
   char* across = mapAt(k4GiB - page, 2 * page);
-  put(across, page - 8, "crosses 4 GiB", 14);     // from 4 GiB - 8 over the boundary
+  put(across, page - 8, "crosses 4 GiB", 14);        // from 4 GiB - 8 over the boundary
   put(across, page + 0x100, "\x21\x43\x65\x87", 4);  // 4 GiB + 0x100
 
   char* far = mapAt(kFarPage, page);
