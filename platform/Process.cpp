@@ -1,6 +1,8 @@
-// Process and token operations over pidfds, process_vm_readv and a token of our own.
+// Process and token operations over pidfds, the memory file, process_vm_readv and a token of
+// our own.
 #include "platform/Process.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -26,6 +28,7 @@ constexpr uint32_t kMemoryRights = 0x08 | PROCESS_VM_READ | 0x20;
 
 std::atomic<bool> gDebugPrivilege{false};
 std::atomic<TokenFault> gTokenFault{TokenFault::None};
+std::atomic<bool> gMemoryFile{true};
 
 struct TokenObject : HandleObject {
   explicit TokenObject(uint32_t access) : access(access) {}
@@ -71,6 +74,24 @@ size_t readByPages(pid_t pid, uint64_t address, char* buffer, size_t size) {
   return total;
 }
 
+// The same through the process's memory file, which stops at the first page it cannot read.
+size_t readThroughFile(int fd, uint64_t address, char* buffer, size_t size) {
+  if (address > uint64_t(LLONG_MAX)) return 0;
+  ssize_t n = ::pread(fd, buffer, size, off_t(address));
+  return n > 0 ? size_t(n) : 0;
+}
+
+// Through process_vm_readv, kept only if the process is still alive afterwards: then the id
+// was still its own during the read.
+size_t readById(const ProcessObject& p, uint64_t address, char* buffer, size_t size) {
+  size_t got = readByPages(pid_t(p.pid), address, buffer, size);
+  if (got && !p.alive()) {
+    std::memset(buffer, 0, got);  // another process's bytes, once the id was given again
+    got = 0;
+  }
+  return got;
+}
+
 // The target of a /proc link, or empty.
 std::string linkTarget(const std::string& link) {
   char buf[PATH_MAX];
@@ -86,6 +107,19 @@ bool sameFile(const struct stat& a, const struct stat& b) {
 
 ProcessObject::~ProcessObject() {
   ::close(pidFd);
+  if (memFd_ >= 0) ::close(memFd_);
+}
+
+int ProcessObject::memoryFile() {
+  std::call_once(memOnce_, [&] {
+    if (!gMemoryFile) return;
+    memFd_ = ::open(procPath(pid, "mem").c_str(), O_RDONLY | O_CLOEXEC);
+    if (memFd_ >= 0 && !alive()) {  // the file may be of the id's next process
+      ::close(memFd_);
+      memFd_ = -1;
+    }
+  });
+  return memFd_;
 }
 
 bool ProcessObject::alive() const {
@@ -180,17 +214,22 @@ int32_t ReadProcessMemory(HANDLE process, uint64_t address, void* buffer, size_t
   if (bytesRead) *bytesRead = 0;
   auto p = HandleTable::instance().get<ProcessObject>(process);
   if (!p || !(p->access & PROCESS_VM_READ) || size == 0) return 0;
-  size_t got = readByPages(pid_t(p->pid), address, static_cast<char*>(buffer), size);
-  if (got && !p->alive()) {
-    std::memset(buffer, 0, got);  // another process's bytes, once the id was given again
-    got = 0;
-  }
+  char* bytes = static_cast<char*>(buffer);
+  int file = p->memoryFile();
+  size_t got = file >= 0 ? readThroughFile(file, address, bytes, size) : 0;
+  // Short of the memory file, or past its end: the file belongs to the memory the process had
+  // when it was opened, which an exec replaces.
+  if (got < size) got = readById(*p, address, bytes, size);
   if (bytesRead) *bytesRead = got;
   return got == size ? 1 : 0;
 }
 
 void setTokenFault(TokenFault fault) {
   gTokenFault = fault;
+}
+
+void setMemoryFileUse(bool on) {
+  gMemoryFile = on;
 }
 
 }  // namespace zrk::platform

@@ -68,6 +68,9 @@ int32_t CloseHandle(HANDLE h);
 int32_t ReadProcessMemory(HANDLE process, uint64_t address, void* buffer, size_t size,
                           size_t* bytesRead);
 
+// Test seam: reads leave the memory file aside and go through process_vm_readv, as for a
+// caller that holds CAP_SYS_PTRACE but may not open another user's files.
+void setMemoryFileUse(bool on);
 // Test seams: make the token steps fail as they would on a locked-down machine.
 enum class TokenFault { None, OpenToken, LookupPrivilege };
 void setTokenFault(TokenFault fault);

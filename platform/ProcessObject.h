@@ -24,8 +24,14 @@ struct ProcessObject : HandleObject {
   bool alive() const;
   // The executable's path, read once when first asked; empty when it can't be read.
   const std::string& executable();
+  // The process's memory file, opened when first asked, or -1 where we may not open it (it
+  // needs the file's owner or root, beside the right to read). It holds the memory the process
+  // had then, so a read through it never reaches another process; one system call a read.
+  int memoryFile();
 
  private:
+  std::once_flag memOnce_;
+  int memFd_ = -1;
   std::once_flag exeOnce_;
   std::string exe_;
 };

@@ -117,7 +117,21 @@ TEST_F(GameProcessTest, CallsByName) {
   EXPECT_EQ(kvn->ReadLong(second, at(FakeGame::kLow + 0x210)), 0);
 }
 
-TEST_F(GameProcessTest, PlatformReadDeliversTheBytesBeforeTheGap) {
+// Reads go through the memory file where we may open it, through process_vm_readv otherwise.
+class ReadPathTest : public GameProcessTest, public testing::WithParamInterface<bool> {
+ protected:
+  void SetUp() override {
+    platform::setMemoryFileUse(GetParam());
+    GameProcessTest::SetUp();
+  }
+  void TearDown() override {
+    GameProcessTest::TearDown();
+    platform::setMemoryFileUse(true);
+  }
+};
+INSTANTIATE_TEST_SUITE_P(ByFileOrById, ReadPathTest, testing::Bool());
+
+TEST_P(ReadPathTest, PlatformReadDeliversTheBytesBeforeTheGap) {
   char buf[16] = {};
   size_t got = 99;
   uint32_t h = uint32_t(handle);
@@ -254,7 +268,20 @@ namespace {
 
 class ProcessIdentityTest : public LibraryTest {};
 
-TEST_F(ProcessIdentityTest, AHandleReadsNothingOnceItsProcessEndedAlsoAfterItsIdIsTakenAgain) {
+class StaleHandleTest : public LibraryTest, public testing::WithParamInterface<bool> {
+ protected:
+  void SetUp() override {
+    platform::setMemoryFileUse(GetParam());
+    LibraryTest::SetUp();
+  }
+  void TearDown() override {
+    LibraryTest::TearDown();
+    platform::setMemoryFileUse(true);
+  }
+};
+INSTANTIATE_TEST_SUITE_P(ByFileOrById, StaleHandleTest, testing::Bool());
+
+TEST_P(StaleHandleTest, AHandleReadsNothingOnceItsProcessEndedAlsoAfterItsIdIsTakenAgain) {
   if (::geteuid() != 0) GTEST_SKIP() << "taking a chosen process id needs root";
   auto game = std::make_unique<FakeGame>();
   const pid_t pid = game->pid();
