@@ -134,6 +134,20 @@ int base(Context& c) {
   return 0;
 }
 
+int symbol(Context& c) {
+  Text module = textArg(c, 1, "MODULE"), name = textArg(c, 2, "SYMBOL");
+  Attached process(c);
+  if (!process.handle()) return 1;
+  int64_t address = c.kvn.GetSymbolAddress(process.handle(), module, name);
+  if (!address) {
+    std::fprintf(stderr, "zrkkvl: no symbol %s in module %s of process %s\n", c.args[2].c_str(),
+                 c.args[1].c_str(), c.args[0].c_str());
+    return 1;
+  }
+  std::printf("0x%" PRIx64 "\n", uint64_t(address));
+  return 0;
+}
+
 const CommandRegistrar kProc{
     {"proc", "list", "", "list the executables of the running processes", list},
     {"proc", "find", "PATH", "print the id of the process running the executable PATH", find},
@@ -146,6 +160,8 @@ const CommandRegistrar kProc{
      maps},
     {"proc", "base", "PID NAME",
      "print the load address of module NAME (file name or full path) in process PID", base},
+    {"proc", "symbol", "PID MODULE SYMBOL",
+     "print the address of variable or function SYMBOL of module MODULE in process PID", symbol},
 };
 
 }  // namespace

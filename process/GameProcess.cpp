@@ -9,6 +9,7 @@
 #include "platform/CodePage.h"
 #include "platform/Process.h"
 #include "platform/ProcessMaps.h"
+#include "platform/ProcessSymbols.h"
 #include "process/AddressText.h"
 #include "process/ModuleMap.h"
 
@@ -47,6 +48,13 @@ int32_t readNumber(int32_t pHwnd, uint64_t address) {
                  uint32_t(bytes[3]) << 24);
 }
 
+// The mapping where module `name` of the process is loaded.
+std::optional<platform::MemoryMapping> loadedModule(int32_t pHwnd, const Text& name) {
+  auto mappings = platform::ReadProcessMappings(handleOf(pHwnd));
+  if (!mappings) return std::nullopt;
+  return process::moduleMapping(*mappings, toUtf8(name));
+}
+
 }  // namespace
 
 // A 64-bit address by name: a number, or text in hex ("0x...") or decimal, which keeps all 64
@@ -63,11 +71,18 @@ int64_t calls::fromVariant<int64_t>(const Variant& v) {
 
 namespace {
 
-// By name the address comes back as a Double, which holds every user-space address exactly.
+// By name an address comes back as a Double, which holds every user-space address exactly.
 Variant moduleBaseByName(clsKVN& self, Dispatch::CallKind, std::vector<Variant>& args) {
   if (args.size() > 2) throw Failure(err::WrongArgumentCount);
   if (args.size() < 2) throw Failure(err::ArgumentNotOptional);
   return Variant(double(self.GetModuleBase(args[0].toLong(), args[1].toText())));
+}
+
+Variant symbolAddressByName(clsKVN& self, Dispatch::CallKind, std::vector<Variant>& args) {
+  if (args.size() > 3) throw Failure(err::WrongArgumentCount);
+  if (args.size() < 3) throw Failure(err::ArgumentNotOptional);
+  return Variant(
+      double(self.GetSymbolAddress(args[0].toLong(), args[1].toText(), args[2].toText())));
 }
 
 Variant closeGameHandleByName(clsKVN&, Dispatch::CallKind, std::vector<Variant>& args) {
@@ -131,9 +146,18 @@ int32_t clsKVN::ReadLong64(int32_t pHwnd, int64_t add) {
 
 int64_t clsKVN::GetModuleBase(int32_t pHwnd, Text ModuleName) {
   return noTrap([&] {
-    auto mappings = platform::ReadProcessMappings(handleOf(pHwnd));
-    if (!mappings) return int64_t(0);
-    return int64_t(process::moduleBase(*mappings, toUtf8(ModuleName)).value_or(0));
+    std::optional<platform::MemoryMapping> module = loadedModule(pHwnd, ModuleName);
+    return module ? int64_t(module->start) : int64_t(0);
+  });
+}
+
+int64_t clsKVN::GetSymbolAddress(int32_t pHwnd, Text ModuleName, Text SymbolName) {
+  return noTrap([&] {
+    std::optional<platform::MemoryMapping> module = loadedModule(pHwnd, ModuleName);
+    if (!module) return int64_t(0);
+    auto symbol = platform::findModuleSymbol(handleOf(pHwnd), module->path, toUtf8(SymbolName));
+    if (!symbol) return int64_t(0);
+    return int64_t(process::loadedAddress(module->start, symbol->fileBase, symbol->value));
   });
 }
 
@@ -148,6 +172,7 @@ static const CallRegistrar kGameProcessCalls{
     {u"ReadStr64", calls::method<&clsKVN::ReadStr64>},
     {u"ReadLong64", calls::method<&clsKVN::ReadLong64>},
     {u"GetModuleBase", moduleBaseByName},
+    {u"GetSymbolAddress", symbolAddressByName},
     {u"CloseGameHandle", closeGameHandleByName},
 };
 

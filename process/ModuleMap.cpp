@@ -24,13 +24,18 @@ bool isModule(const platform::MemoryMapping& mapping, std::string_view name) {
   return sameName(mapping.path, name) || sameName(withoutDeletedMark(mapping.path), name);
 }
 
-std::optional<uint64_t> moduleBase(const std::vector<platform::MemoryMapping>& mappings,
-                                   std::string_view name) {
-  std::optional<uint64_t> base;
+std::optional<platform::MemoryMapping> moduleMapping(
+    const std::vector<platform::MemoryMapping>& mappings, std::string_view name) {
+  const platform::MemoryMapping* found = nullptr;
   for (const platform::MemoryMapping& m : mappings) {
-    if (m.offset == 0 && isModule(m, name) && (!base || m.start < *base)) base = m.start;
+    if (m.offset == 0 && isModule(m, name) && (!found || m.start < found->start)) found = &m;
   }
-  return base;
+  if (!found) return std::nullopt;
+  return *found;
+}
+
+uint64_t loadedAddress(uint64_t base, uint64_t fileBase, uint64_t symbol) {
+  return base - fileBase + symbol;  // wraps as the loader's own arithmetic does
 }
 
 }  // namespace zrk::process

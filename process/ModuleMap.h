@@ -14,9 +14,14 @@ namespace zrk::process {
 // otherwise. A file removed since it was mapped matches without the " (deleted)" mark.
 bool isModule(const platform::MemoryMapping& mapping, std::string_view name);
 
-// The load address of module `name`: the lowest mapping of its file from the file's first byte,
-// where its header lies. Nothing when no such mapping exists.
-std::optional<uint64_t> moduleBase(const std::vector<platform::MemoryMapping>& mappings,
-                                   std::string_view name);
+// The mapping where module `name` is loaded: the lowest mapping of its file from the file's
+// first byte, where its header lies; its start is the load address. Nothing when no such
+// mapping exists.
+std::optional<platform::MemoryMapping> moduleMapping(
+    const std::vector<platform::MemoryMapping>& mappings, std::string_view name);
+
+// Where the symbol with the value `symbol` lies in memory, for a module loaded at `base` whose
+// file's first byte belongs at `fileBase` in the file's own layout.
+uint64_t loadedAddress(uint64_t base, uint64_t fileBase, uint64_t symbol);
 
 }  // namespace zrk::process

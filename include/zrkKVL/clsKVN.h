@@ -88,6 +88,9 @@ class clsKVN : public Dispatch {
   // The load address of a module of the process: its executable or a library, by file name
   // ("libc.so.6") or full path. 0 when the handle reads nothing or no such module is loaded.
   int64_t GetModuleBase(int32_t pHwnd, Text ModuleName);
+  // Where a module's named variable or function lies in the process (the module's symbol table,
+  // or its dynamic symbols when stripped). 0 when the handle reads nothing or there is none.
+  int64_t GetSymbolAddress(int32_t pHwnd, Text ModuleName, Text SymbolName);
   bool ProcessRunning(int32_t PROC_ID);
   Variant GetRunningProcesses(Text* ProcName = nullptr);
 

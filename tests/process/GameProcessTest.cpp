@@ -180,6 +180,18 @@ TEST_F(GameProcessTest, SixtyFourBitReadsReachAbove4GiBWithTheSameRules) {
   EXPECT_EQ(kvn->ReadLong(handle, at(0x100)), 0);
 }
 
+TEST_F(GameProcessTest, AGamesOwnVariablesByName) {
+  const Text game = T(this->game.fileName());
+  int64_t score = kvn->GetSymbolAddress(handle, game, u"gameScore");
+  int64_t title = kvn->GetSymbolAddress(handle, game, u"gameTitle");
+  EXPECT_GT(uint64_t(score), 0xFFFFFFFFu);  // a position-independent program, above 4 GiB
+  EXPECT_EQ(kvn->ReadLong64(handle, score), 4242);
+  EXPECT_EQ(kvn->ReadStr64(handle, title), u"Stand-in Arena");
+  EXPECT_EQ(kvn->GetSymbolAddress(handle, T(this->game.path()), u"gameScore"), score);
+  EXPECT_EQ(kvn->GetSymbolAddress(handle, game, u"gameScor"), 0);
+  EXPECT_EQ(kvn->GetSymbolAddress(0, game, u"gameScore"), 0);
+}
+
 TEST_F(GameProcessTest, AttachSwitchesThePrivilegeOnlyForTheOpen) {
   size_t open = platform::HandleTable::instance().size();
   EXPECT_TRUE(platform::openedWithDebugPrivilege(uint32_t(handle)));

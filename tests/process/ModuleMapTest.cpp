@@ -10,6 +10,7 @@
 #include "platform/ProcessAccess.h"
 #include "platform/ProcessMaps.h"
 #include "platform/ProcessObject.h"
+#include "platform/ProcessSymbols.h"
 #include "process/AddressText.h"
 #include "process/ModuleMap.h"
 #include "support/TestSupport.h"
@@ -81,7 +82,8 @@ TEST(ModuleBase, LowestMappingOfTheFileFromItsFirstByte) {
       {"", 0},
   };
   for (const Case& c : cases) {
-    EXPECT_EQ(process::moduleBase(map, c.name).value_or(0), c.base) << c.name;
+    auto m = process::moduleMapping(map, c.name);
+    EXPECT_EQ(m ? m->start : 0, c.base) << c.name;
   }
 }
 
@@ -177,6 +179,46 @@ TEST_F(SystemProgramTest, ItsLoadAddressHoldsItsElfHeader) {
   EXPECT_EQ(base.toDouble(), double(kvn->GetModuleBase(handle, u"sleep")));
   args = {Variant(handle), base};
   EXPECT_EQ(kvn->CallByName(u"ReadLong64", args), Variant(int32_t(0x464C457F)));
+}
+
+TEST_F(SystemProgramTest, ExportedVariablesByName) {
+  // The program's short name, in the pointer that the executable holds for the C library.
+  int64_t at = kvn->GetSymbolAddress(handle, u"sleep", u"program_invocation_short_name");
+  ASSERT_NE(at, 0);
+  uint64_t pointer = uint32_t(kvn->ReadLong64(handle, at)) |
+                     uint64_t(uint32_t(kvn->ReadLong64(handle, at + 4))) << 32;
+  EXPECT_EQ(kvn->ReadStr64(handle, int64_t(pointer)), u"sleep");
+  // A library's own variable: the standard output's FILE, whose flags carry a magic number.
+  int64_t out = kvn->GetSymbolAddress(handle, u"libc.so.6", u"_IO_2_1_stdout_");
+  EXPECT_EQ(uint32_t(kvn->ReadLong64(handle, out)) & 0xFFFF0000u, 0xFBAD0000u);
+
+  struct Case {
+    Text module, symbol;
+  } absent[] = {
+      {u"libc.so.6", u"no_such_symbol_here"},
+      {u"libc.so.6", u""},
+      {u"sleep", u"malloc"},  // only referred to there, not defined
+      {u"libc.so.7", u"program_invocation_short_name"},
+      {u"[stack]", u"main"},
+  };
+  for (const Case& c : absent) {
+    EXPECT_EQ(kvn->GetSymbolAddress(handle, c.module, c.symbol), 0)
+        << toUtf8(c.module) << " " << toUtf8(c.symbol);
+  }
+  std::vector<Variant> args{Variant(handle), Variant(Text(u"sleep")),
+                            Variant(Text(u"program_invocation_short_name"))};
+  EXPECT_EQ(kvn->CallByName(u"GetSymbolAddress", args), Variant(double(at)));
+}
+
+TEST(ElfSymbols, FilesThatAreNoElfGiveNothing) {
+  TempDir dir;
+  writeBytes(dir / "text", "not an ELF file\n");
+  writeBytes(dir / "cut",
+             "\x7F"
+             "ELF\x02\x01\x01");
+  for (std::string path : {dir / "text", dir / "cut", dir / "missing", dir.path()}) {
+    EXPECT_FALSE(platform::findElfSymbol(path, "main")) << path;
+  }
 }
 
 }  // namespace

@@ -110,6 +110,15 @@ TEST(ProcCommands, MapsAsTheSystemWritesThemAndTheBaseFromThem) {
   EXPECT_EQ(base.out, "0x" + firstStart + "\n");
   ToolRun magic = tool("proc read-long " + pid + " " + base.out.substr(0, base.out.size() - 1));
   EXPECT_EQ(magic.out, "1179403647\n");  // "\x7F" "ELF"
+
+  ToolRun symbol = tool("proc symbol " + pid + " " + game.fileName() + " gameTitle");
+  ASSERT_EQ(symbol.status, 0);
+  ToolRun title = tool("proc read-str " + pid + " " + symbol.out.substr(0, symbol.out.size() - 1));
+  EXPECT_EQ(title.out, "Stand-in Arena\n");
+  ToolRun none = tool("proc symbol " + pid + " " + game.fileName() + " noSuchThing");
+  EXPECT_EQ(none.status, 1);
+  EXPECT_EQ(none.err, "zrkkvl: no symbol noSuchThing in module " + game.fileName() +
+                          " of process " + pid + "\n");
 }
 
 // A user without rights, and the same user holding CAP_SYS_PTRACE alone.

@@ -33,6 +33,12 @@ void put(char* page, size_t offset, const void* bytes, size_t n) {
 
 }  // namespace
 
+// Named state, found through the executable's symbol table.
+extern "C" {
+__attribute__((used)) volatile int32_t gameScore = 4242;
+__attribute__((used)) extern const char gameTitle[] = "Stand-in Arena";
+}
+
 int main() {
   const size_t page = size_t(::sysconf(_SC_PAGESIZE));
   ::prctl(PR_SET_PTRACER, PR_SET_PTRACER_ANY);  // readable also where only a parent may read
