@@ -140,10 +140,10 @@ class SystemProgramTest : public LibraryTest {
       ::execl("/usr/bin/sleep", "sleep", "60", static_cast<char*>(nullptr));
       ::_exit(127);
     }
-    // Wait until the program has replaced the fork's copy of us.
-    for (int i = 0; i < 500 && exe().find("sleep") == std::string::npos; ++i)
+    // Wait until the program has replaced the fork's copy of us and, started in full, sleeps.
+    for (int i = 0; i < 1000 && !asleep(); ++i)
       ::usleep(2000);
-    ASSERT_NE(exe().find("sleep"), std::string::npos);
+    ASSERT_TRUE(asleep());
     handle = kvn->AttachToGame(pid);
     ASSERT_NE(handle, 0);
   }
@@ -154,6 +154,12 @@ class SystemProgramTest : public LibraryTest {
     LibraryTest::TearDown();
   }
   std::string exe() const { return platform::executableOf(uint32_t(pid)); }
+  bool asleep() const {
+    std::string stat = readBytes("/proc/" + std::to_string(pid) + "/stat");
+    size_t end = stat.rfind(')');
+    return exe().find("sleep") != std::string::npos && end != std::string::npos &&
+           stat.compare(end, 4, ") S ") == 0;
+  }
 
   pid_t pid = -1;
   int32_t handle = 0;
