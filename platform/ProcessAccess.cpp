@@ -8,10 +8,27 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 
 namespace zrk::platform {
+namespace {
+
+constexpr int kCapSysPtrace = 19;
+
+// Whether our own effective capabilities hold CAP_SYS_PTRACE.
+bool holdsPtraceCapability() {
+  std::ifstream in("/proc/self/status");
+  for (std::string line; std::getline(in, line);) {
+    if (line.rfind("CapEff:", 0) == 0) {
+      return (std::strtoull(line.c_str() + 7, nullptr, 16) >> kCapSysPtrace) & 1;
+    }
+  }
+  return false;
+}
+
+}  // namespace
 
 int openProcessFd(uint32_t pid) {
   if (pid == 0 || pid > uint32_t(INT_MAX)) {
@@ -24,7 +41,11 @@ int openProcessFd(uint32_t pid) {
 bool processAlive(int pidFd) {
   // A pidfd turns readable once its process has exited.
   pollfd p{pidFd, POLLIN, 0};
-  return ::poll(&p, 1, 0) == 0;
+  int ready;
+  do {
+    ready = ::poll(&p, 1, 0);
+  } while (ready < 0 && errno == EINTR);
+  return ready == 0;
 }
 
 bool mayReadMemory(uint32_t pid) {
@@ -49,23 +70,6 @@ std::string accessRefusal(std::optional<int> scope) {
   if (scope) text += "; ptrace_scope is " + std::to_string(*scope);
   return text;
 }
-
-namespace {
-
-constexpr int kCapSysPtrace = 19;
-
-// Whether our own effective capabilities hold CAP_SYS_PTRACE.
-bool holdsPtraceCapability() {
-  std::ifstream in("/proc/self/status");
-  for (std::string line; std::getline(in, line);) {
-    if (line.rfind("CapEff:", 0) == 0) {
-      return (std::stoull(line.substr(7), nullptr, 16) >> kCapSysPtrace) & 1;
-    }
-  }
-  return false;
-}
-
-}  // namespace
 
 std::string whyUnreadable(uint32_t pid) {
   int fd = openProcessFd(pid);
