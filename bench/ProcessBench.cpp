@@ -13,19 +13,27 @@
 namespace zrk::bench {
 namespace {
 
-constexpr uintptr_t kGamePage = 0x31000000;  // below 4 GiB: addresses cross as 32 bits
+constexpr uintptr_t kGamePage = 0x31000000;     // below 4 GiB: addresses cross as 32 bits
+constexpr uintptr_t kFarPage = 0x210000000000;  // where ordinary programs lie: above 4 GiB
 constexpr size_t kStringOffset = 0x100;
 
-// A forked child holding a page at a fixed address with a number and a string in it; it waits
-// until its standard input closes. Forked, it needs no program of its own.
+void* mapAt(uintptr_t address) {
+  void* p = ::mmap(reinterpret_cast<void*>(address), 4096, PROT_READ | PROT_WRITE,
+                   MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
+  if (p != reinterpret_cast<void*>(address)) std::abort();
+  return p;
+}
+
+// A forked child holding a page below and one above 4 GiB, each with a number and a string in
+// it; it waits until its standard input closes. Forked, it needs no program of its own.
 class ChildGame {
  public:
   ChildGame() {
-    void* p = ::mmap(reinterpret_cast<void*>(kGamePage), 4096, PROT_READ | PROT_WRITE,
-                     MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, -1, 0);
-    if (p != reinterpret_cast<void*>(kGamePage)) std::abort();
+    void* p = mapAt(kGamePage);
     std::memcpy(p, "\x78\x56\x34\x12", 4);
     std::memset(static_cast<char*>(p) + kStringOffset, 'g', 200);
+    void* far = mapAt(kFarPage);
+    std::memcpy(far, "\x78\x56\x34\x12", 4);
     int fds[2];
     if (::pipe(fds) != 0) std::abort();
     pid_ = ::fork();
@@ -38,7 +46,8 @@ class ChildGame {
     }
     ::close(fds[0]);
     stdin_ = fds[1];
-    ::munmap(p, 4096);  // only the child keeps it
+    ::munmap(p, 4096);  // only the child keeps them
+    ::munmap(far, 4096);
   }
   ~ChildGame() {
     ::close(stdin_);
@@ -65,6 +74,15 @@ void Op_ReadLong(benchmark::State& state) {
 }
 BENCHMARK(Op_ReadLong)->Name("Op/ReadLong");
 
+void Op_ReadLong64(benchmark::State& state) {
+  clsKVN& kvn = library();
+  int32_t handle = kvn.AttachToGame(child().pid());
+  if (handle == 0) state.SkipWithError("cannot open the child");
+  for (auto _ : state)
+    benchmark::DoNotOptimize(kvn.ReadLong64(handle, int64_t(kFarPage)));
+}
+BENCHMARK(Op_ReadLong64)->Name("Op/ReadLong64");
+
 void Op_ReadStr(benchmark::State& state) {
   clsKVN& kvn = library();
   int32_t handle = kvn.AttachToGame(child().pid());
@@ -87,6 +105,10 @@ void Floor_ReadLong(benchmark::State& state) {
   readFloor(state, kGamePage, 4);
 }
 BENCHMARK(Floor_ReadLong)->Name("Floor/ReadLong");
+void Floor_ReadLong64(benchmark::State& state) {
+  readFloor(state, kFarPage, 4);
+}
+BENCHMARK(Floor_ReadLong64)->Name("Floor/ReadLong64");
 void Floor_ReadStr(benchmark::State& state) {
   readFloor(state, kGamePage + kStringOffset, 255);
 }

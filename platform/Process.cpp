@@ -1,4 +1,5 @@
-// Process and token operations over /proc, process_vm_readv and a token of our own.
+// Process and token operations over pidfds, the memory file, process_vm_readv and a token of
+// our own.
 #include "platform/Process.h"
 
 #include <fcntl.h>
@@ -6,12 +7,15 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <cstring>
 #include <string>
-#include <vector>
+#include <string_view>
 
+#include "platform/ProcessAccess.h"
 #include "platform/ProcessObject.h"
 
 namespace zrk::platform {
@@ -24,7 +28,7 @@ constexpr uint32_t kMemoryRights = 0x08 | PROCESS_VM_READ | 0x20;
 
 std::atomic<bool> gDebugPrivilege{false};
 std::atomic<TokenFault> gTokenFault{TokenFault::None};
-std::atomic<bool> gMemoryFileOnly{false};
+std::atomic<bool> gMemoryFile{true};
 
 struct TokenObject : HandleObject {
   explicit TokenObject(uint32_t access) : access(access) {}
@@ -40,41 +44,106 @@ size_t pageSize() {
   return size;
 }
 
-// One process_vm_readv with the remote range cut at page boundaries: the system stops at the
-// first piece it cannot read and reports the whole pieces before it. -1 if nothing was read.
-ssize_t readByPages(pid_t pid, uint64_t address, void* buffer, size_t size) {
-  std::vector<iovec> remote;
-  for (uint64_t at = address, end = address + size; at < end;) {
+// One process_vm_readv of up to kPieces pieces, the remote range cut at page boundaries: the
+// system stops at the first piece it cannot read and reports the whole pieces before it.
+// Gives the bytes read; `complete` tells whether the range was read to its end.
+constexpr size_t kPieces = 16;
+size_t readPieces(pid_t pid, uint64_t address, uint64_t end, char* buffer, bool& complete) {
+  iovec remote[kPieces];
+  size_t count = 0;
+  uint64_t at = address;
+  while (at < end && count < kPieces) {
     uint64_t next = std::min<uint64_t>(end, (at / pageSize() + 1) * pageSize());
-    remote.push_back({reinterpret_cast<void*>(at), size_t(next - at)});
+    remote[count++] = {reinterpret_cast<void*>(at), size_t(next - at)};
     at = next;
   }
-  iovec local{buffer, size};
-  return ::process_vm_readv(pid, &local, 1, remote.data(), remote.size(), 0);
+  iovec local{buffer, size_t(at - address)};
+  ssize_t n = ::process_vm_readv(pid, &local, 1, remote, count, 0);
+  size_t got = n > 0 ? size_t(n) : 0;
+  complete = got == local.iov_len;
+  return got;
 }
 
-// The same through the process's memory file, which the system reads page by page.
-size_t readThroughFile(int fd, uint64_t address, void* buffer, size_t size) {
-  if (fd < 0 || address > uint64_t(LLONG_MAX)) return 0;
+// Reads up to `size` bytes from `address` onwards, stopping at the first byte that can't be read.
+size_t readByPages(pid_t pid, uint64_t address, char* buffer, size_t size) {
+  uint64_t end = address + std::min<uint64_t>(size, UINT64_MAX - address);
+  size_t total = 0;
+  for (bool complete = true; complete && address + total < end;) {
+    total += readPieces(pid, address + total, end, buffer + total, complete);
+  }
+  return total;
+}
+
+// The same through the process's memory file, which stops at the first page it cannot read.
+size_t readThroughFile(int fd, uint64_t address, char* buffer, size_t size) {
+  if (address > uint64_t(LLONG_MAX)) return 0;
   ssize_t n = ::pread(fd, buffer, size, off_t(address));
   return n > 0 ? size_t(n) : 0;
+}
+
+// Through process_vm_readv, kept only if the process is still alive afterwards: then the id
+// was still its own during the read.
+size_t readById(const ProcessObject& p, uint64_t address, char* buffer, size_t size) {
+  size_t got = readByPages(pid_t(p.pid), address, buffer, size);
+  if (got && !p.alive()) {
+    std::memset(buffer, 0, got);  // another process's bytes, once the id was given again
+    got = 0;
+  }
+  return got;
+}
+
+// The target of a /proc link, or empty.
+std::string linkTarget(const std::string& link) {
+  char buf[PATH_MAX];
+  ssize_t n = ::readlink(link.c_str(), buf, sizeof buf);
+  return n > 0 ? std::string(buf, size_t(n)) : std::string();
+}
+
+bool sameFile(const struct stat& a, const struct stat& b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
 }  // namespace
 
 ProcessObject::~ProcessObject() {
-  if (memFd >= 0) ::close(memFd);
+  ::close(pidFd);
+  if (memFd_ >= 0) ::close(memFd_);
+}
+
+int ProcessObject::memoryFile() {
+  std::call_once(memOnce_, [&] {
+    if (!gMemoryFile) return;
+    memFd_ = ::open(procPath(pid, "mem").c_str(), O_RDONLY | O_CLOEXEC);
+    if (memFd_ >= 0 && !alive()) {  // the file may be of the id's next process
+      ::close(memFd_);
+      memFd_ = -1;
+    }
+  });
+  return memFd_;
+}
+
+bool ProcessObject::alive() const {
+  return processAlive(pidFd);
 }
 
 const std::string& ProcessObject::executable() {
-  std::call_once(exeOnce_, [&] { exe_ = executableOf(pid); });
+  std::call_once(exeOnce_, [&] {
+    exe_ = executableOf(pid);
+    if (!alive()) exe_.clear();  // the id may already be another process's
+  });
   return exe_;
 }
 
 std::string executableOf(uint32_t pid) {
-  char buf[PATH_MAX];
-  ssize_t n = ::readlink(procPath(pid, "exe").c_str(), buf, sizeof buf);
-  return n > 0 ? std::string(buf, size_t(n)) : std::string();
+  static constexpr std::string_view kDeleted = " (deleted)";
+  std::string exe = linkTarget(procPath(pid, "exe"));
+  if (!exe.ends_with(kDeleted)) return exe;
+  // The mark is the system's unless a file of that very name is the executable.
+  struct stat named, running;
+  bool isNamed = ::stat(exe.c_str(), &named) == 0 &&
+                 ::stat(procPath(pid, "exe").c_str(), &running) == 0 && sameFile(named, running);
+  if (!isNamed) exe.resize(exe.size() - kDeleted.size());
+  return exe;
 }
 
 HANDLE GetCurrentProcess() {
@@ -116,15 +185,11 @@ bool debugPrivilegeEnabled() {
 }
 
 HANDLE OpenProcess(uint32_t access, int32_t, uint32_t pid) {
-  if (pid == 0 || pid > uint32_t(INT_MAX)) return 0;
-  int fd = -1;
-  if (access & kMemoryRights) {
-    // Opening the memory file runs the same check as a memory read.
-    fd = ::open(procPath(pid, "mem").c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return 0;
-  } else {
-    struct stat st;
-    if (::stat(procPath(pid, "").c_str(), &st) != 0) return 0;
+  int fd = openProcessFd(pid);  // refuses thread ids and ids of no process
+  if (fd < 0) return 0;
+  if ((access & kMemoryRights) && !mayReadMemory(pid)) {
+    ::close(fd);
+    return 0;
   }
   auto object = std::make_shared<ProcessObject>(pid, access, fd, gDebugPrivilege.load());
   return HandleTable::instance().add(std::move(object));
@@ -149,16 +214,12 @@ int32_t ReadProcessMemory(HANDLE process, uint64_t address, void* buffer, size_t
   if (bytesRead) *bytesRead = 0;
   auto p = HandleTable::instance().get<ProcessObject>(process);
   if (!p || !(p->access & PROCESS_VM_READ) || size == 0) return 0;
-  size_t got;
-  errno = ENOSYS;
-  ssize_t n = gMemoryFileOnly ? -1 : readByPages(pid_t(p->pid), address, buffer, size);
-  if (n >= 0) {
-    got = size_t(n);
-  } else if (errno == EFAULT) {
-    got = 0;  // the first byte is not mapped
-  } else {
-    got = readThroughFile(p->memFd, address, buffer, size);
-  }
+  char* bytes = static_cast<char*>(buffer);
+  int file = p->memoryFile();
+  size_t got = file >= 0 ? readThroughFile(file, address, bytes, size) : 0;
+  // Short of the memory file, or past its end: the file belongs to the memory the process had
+  // when it was opened, which an exec replaces.
+  if (got < size) got = readById(*p, address, bytes, size);
   if (bytesRead) *bytesRead = got;
   return got == size ? 1 : 0;
 }
@@ -167,8 +228,8 @@ void setTokenFault(TokenFault fault) {
   gTokenFault = fault;
 }
 
-void setMemoryFileOnly(bool on) {
-  gMemoryFileOnly = on;
+void setMemoryFileUse(bool on) {
+  gMemoryFile = on;
 }
 
 }  // namespace zrk::platform

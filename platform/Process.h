@@ -49,8 +49,10 @@ int32_t AdjustTokenPrivileges(HANDLE token, int32_t disableAll, const TOKEN_PRIV
 // Whether the debug privilege of our token is on now.
 bool debugPrivilegeEnabled();
 
-// Opens process `pid` with `access`, or gives 0. An open that asks to read memory is refused
-// where the system would refuse us the process's memory (the ptrace access check).
+// Opens process `pid` with `access`, or gives 0; a thread's id opens nothing. The handle holds
+// the process itself: once it has ended, nothing more is read through the handle, also when a
+// new process has taken its id. An open that asks to read memory is refused where the system
+// would refuse us the process's memory.
 HANDLE OpenProcess(uint32_t access, int32_t inheritHandle, uint32_t pid);
 // Whether the debug privilege was on when the process handle `h` was opened.
 bool openedWithDebugPrivilege(HANDLE h);
@@ -66,10 +68,11 @@ int32_t CloseHandle(HANDLE h);
 int32_t ReadProcessMemory(HANDLE process, uint64_t address, void* buffer, size_t size,
                           size_t* bytesRead);
 
+// Test seam: reads leave the memory file aside and go through process_vm_readv, as for a
+// caller that holds CAP_SYS_PTRACE but may not open another user's files.
+void setMemoryFileUse(bool on);
 // Test seams: make the token steps fail as they would on a locked-down machine.
 enum class TokenFault { None, OpenToken, LookupPrivilege };
 void setTokenFault(TokenFault fault);
-// Test seam: memory reads go through the memory file alone, as where the system call is missing.
-void setMemoryFileOnly(bool on);
 
 }  // namespace zrk::platform

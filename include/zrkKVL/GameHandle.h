@@ -1,4 +1,5 @@
-// Closing a process handle that clsKVN::AttachToGame gave out: the class itself has no way to.
+// Closing a process handle that clsKVN::AttachToGame gave out: the class has no method for it.
+// Plug-ins that bind late reach it by name, "CloseGameHandle".
 #pragma once
 
 #include <cstdint>

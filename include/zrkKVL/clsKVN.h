@@ -152,6 +152,17 @@ class ZRK_API clsKVN : public Dispatch {
   Text ReadStr(int32_t pHwnd, int32_t hAdd);
   // The 32-bit number at the 32-bit address add in the process. Throws.
   int32_t ReadLong(int32_t pHwnd, int32_t add);
+  // As ReadStr and ReadLong, at a 64-bit address: every ordinary program lies above 4 GiB. Throws.
+  Text ReadStr64(int32_t pHwnd, int64_t hAdd);
+  int32_t ReadLong64(int32_t pHwnd, int64_t add);
+  // The load address of a module of the process: its executable or a library, by file name
+  // ("libc.so.6") or full path. 0 when the handle reads nothing or no such module is loaded.
+  // Throws.
+  int64_t GetModuleBase(int32_t pHwnd, Text ModuleName);
+  // Where a module's named variable or function lies in the process (the module's symbol table,
+  // or its dynamic symbols when stripped). 0 when the handle reads nothing or there is none.
+  // Throws.
+  int64_t GetSymbolAddress(int32_t pHwnd, Text ModuleName, Text SymbolName);
   // Whether process PROC_ID runs. Reports and gives false.
   bool ProcessRunning(int32_t PROC_ID);
   // Without ProcName: the full executable paths of the running processes (from /proc). With it

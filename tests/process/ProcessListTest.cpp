@@ -3,8 +3,10 @@
 
 #include <cctype>
 #include <climits>
+#include <filesystem>
 #include <functional>
 
+#include <zrkKVL/GameHandle.h>
 #include "FakeGame.h"
 #include "platform/ProcessList.h"
 #include "platform/SystemInfo.h"
@@ -96,6 +98,28 @@ TEST_F(ProcessListTest, NamesMatchExactlyAsEachStrategyKnowsThem) {
     Text name = c.name;
     EXPECT_EQ(kvn->GetRunningProcesses(&name), c.expected) << c.strategy << " " << toUtf8(c.name);
     EXPECT_EQ(name, c.name);
+  }
+}
+
+TEST_F(ProcessListTest, AReplacedOrDeletedExecutableKeepsItsPath) {
+  FakeGame removed;
+  std::filesystem::copy_file(game.path(), game.path() + ".new");
+  std::filesystem::rename(game.path() + ".new", game.path());  // an update put in place
+  std::filesystem::remove(removed.path());
+  ASSERT_NE(linkTarget("/proc/" + std::to_string(game.pid()) + "/exe"), game.path());
+  for (const FakeGame* g : {&game, &removed}) {
+    SCOPED_TRACE(g->path());
+    useStrategy(2);
+    Text path = T(g->path());
+    EXPECT_EQ(kvn->GetRunningProcesses(&path), Variant(int32_t(g->pid())));
+    std::vector<Text> list = names(kvn->GetRunningProcesses());
+    EXPECT_NE(std::find(list.begin(), list.end(), path), list.end());
+    useStrategy(1);
+    Text file = T(g->fileName());
+    EXPECT_EQ(kvn->GetRunningProcesses(&file), Variant(int32_t(g->pid())));
+    int32_t h = kvn->AttachToGame(g->pid());
+    EXPECT_NE(kvn->GetModuleBase(h, path), 0);
+    CloseGameHandle(h);
   }
 }
 

@@ -1,5 +1,6 @@
-// A stand-in game for the process tests: maps pages at fixed addresses below 4 GiB, writes
-// known strings and numbers there, prints "ready" and waits until its standard input closes.
+// A stand-in game for the process tests: maps pages at fixed addresses below and above 4 GiB,
+// writes known strings and numbers there, prints "ready" and waits until its standard input
+// closes.
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -11,8 +12,10 @@
 
 namespace {
 
-constexpr uintptr_t kLowPage = 0x30000000;   // two pages mapped, the second unmapped again
-constexpr uintptr_t kHighPage = 0xC0000000;  // an address that crosses as a negative number
+constexpr uintptr_t kLowPage = 0x30000000;      // two pages mapped, the second unmapped again
+constexpr uintptr_t kHighPage = 0xC0000000;     // an address that crosses as a negative number
+constexpr uintptr_t k4GiB = 0x100000000;        // a page either side of it
+constexpr uintptr_t kFarPage = 0x200000000000;  // far above, the page after it unmapped
 
 char* mapAt(uintptr_t address, size_t size) {
   void* p = ::mmap(reinterpret_cast<void*>(address), size, PROT_READ | PROT_WRITE,
@@ -29,6 +32,12 @@ void put(char* page, size_t offset, const void* bytes, size_t n) {
 }
 
 }  // namespace
+
+// Named state, found through the executable's symbol table.
+extern "C" {
+__attribute__((used)) volatile int32_t gameScore = 4242;
+__attribute__((used)) extern const char gameTitle[] = "Stand-in Arena";
+}
 
 int main() {
   const size_t page = size_t(::sysconf(_SC_PAGESIZE));
@@ -49,6 +58,15 @@ int main() {
   char* high = mapAt(kHighPage, page);
   put(high, 0, "\x78\x56\x34\x12", 4);
   put(high, 4, "high half", 10);
+
+  char* across = mapAt(k4GiB - page, 2 * page);
+  put(across, page - 8, "crosses 4 GiB", 14);        // from 4 GiB - 8 over the boundary
+  put(across, page + 0x100, "\x21\x43\x65\x87", 4);  // 4 GiB + 0x100
+
+  char* far = mapAt(kFarPage, page);
+  put(far, 0, "\xEF\xBE\xAD\xDE", 4);
+  put(far, 8, "far above 4 GiB", 16);
+  put(far, page - 4, "tail", 4);  // runs into the unmapped page
 
   std::printf("ready\n");
   std::fflush(stdout);
