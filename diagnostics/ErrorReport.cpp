@@ -11,6 +11,7 @@
 #include "diagnostics/DiagnosticText.h"
 #include "diagnostics/frmKVL.h"
 #include "platform/Clock.h"
+#include "platform/EventPump.h"
 #include "platform/FileSystemObject.h"
 #include "platform/SharedObject.h"
 #include "platform/WebTransfer.h"
@@ -100,12 +101,12 @@ void waitForAnswer(frmKVL& form) {
   WaitBudget wait;
   while (form.inetKVL.StillExecuting()) {
     if (!wait.tick()) break;
-    platform::processEvents();
+    platform::pumpHostEvents();
   }
   // An answer past the control's limit never arrives: nothing is left to wait for.
   while (!form.ResponseRecieved && !form.inetKVL.answerOverLimit()) {
     if (!wait.tick()) break;
-    platform::processEvents();
+    platform::pumpHostEvents();
   }
 }
 
