@@ -47,14 +47,6 @@ Text valueArg(const Context& c, size_t index, const char* what) {
   return valueOf(arg(c, index, what));
 }
 
-Text textArg(const Context& c, size_t index, const char* what) {
-  return fromUtf8(arg(c, index, what));
-}
-
-void printLine(TextView text) {
-  printPath(text);
-}
-
 Text valueOf(const std::string& bytes) {
   return platform::fromAnsi(bytes);
 }

@@ -70,11 +70,6 @@ Text valueOf(const std::string& bytes);
 // A file name operand naming a file that exists; a ToolError naming it else.
 Text existingFile(const Context& c, size_t index, const char* what);
 
-// The helpers of the first form of this framework, which the proc commands still use: an operand
-// and a result line, both UTF-8.
-Text textArg(const Context& c, size_t index, const char* what);
-void printLine(TextView text);
-
 // A file's bytes, or standard input for "-".
 std::string readInput(const std::string& fileOrDash);
 // Standard input's lines as values, without their line ends (LF or CR LF).

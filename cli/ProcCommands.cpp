@@ -62,7 +62,7 @@ int readFrom(Context& c, Read read) {
   int64_t address = address64(c, 1);
   Attached process(c);
   if (!process.handle()) return 1;
-  printLine(read(process.handle(), address));
+  printValue(read(process.handle(), address));
   return 0;
 }
 
@@ -78,24 +78,22 @@ int list(Context& c) {
   const VariantArray& a = v.array();
   for (int32_t i = a.lowerBound; i <= a.upperBound(); ++i) {
     Text name = a.at(i).isEmpty() ? Text() : a.at(i).toText();
-    if (!name.empty()) printLine(name);
+    if (!name.empty()) printPath(name);
   }
   return 0;
 }
 
 int find(Context& c) {
-  Text path = textArg(c, 0, "PATH");
+  Text path = pathArg(c, 0, "PATH");
   if (path.empty()) throw UsageError{"PATH is empty"};
   Variant id = c.kvn.GetRunningProcesses(&path);
   if (id.isEmpty()) return 1;
-  printLine(id.toText());
+  printValue(id.toText());
   return 0;
 }
 
 int running(Context& c) {
-  bool alive = c.kvn.ProcessRunning(number32(c, 0, "PID"));
-  printLine(alive ? u"yes" : u"no");
-  return alive ? 0 : 1;
+  return answer(c.kvn.ProcessRunning(number32(c, 0, "PID")));
 }
 
 int readStr(Context& c) {
@@ -121,7 +119,7 @@ int maps(Context& c) {
 }
 
 int base(Context& c) {
-  Text name = textArg(c, 1, "NAME");
+  Text name = pathArg(c, 1, "NAME");
   Attached process(c);
   if (!process.handle()) return 1;
   int64_t address = c.kvn.GetModuleBase(process.handle(), name);
@@ -135,7 +133,7 @@ int base(Context& c) {
 }
 
 int symbol(Context& c) {
-  Text module = textArg(c, 1, "MODULE"), name = textArg(c, 2, "SYMBOL");
+  Text module = pathArg(c, 1, "MODULE"), name = pathArg(c, 2, "SYMBOL");
   Attached process(c);
   if (!process.handle()) return 1;
   int64_t address = c.kvn.GetSymbolAddress(process.handle(), module, name);
