@@ -179,8 +179,8 @@ void printCommandHelp(std::FILE* out, const Command& command) {
   if (command.options.empty()) return;
   std::fprintf(out, "\nOptions:\n");
   for (const Option& o : command.options) {
-    std::string spec = std::string("--") + o.name + (o.value ? std::string(" ") + o.value : "");
-    std::fprintf(out, "  %-16s %s\n", spec.c_str(), o.help);
+    std::string label = std::string("--") + o.name + (o.value ? std::string(" ") + o.value : "");
+    std::fprintf(out, "  %-16s %s\n", label.c_str(), o.help);
   }
 }
 
