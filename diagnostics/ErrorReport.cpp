@@ -11,9 +11,10 @@
 #include "diagnostics/DiagnosticText.h"
 #include "diagnostics/frmKVL.h"
 #include "platform/Clock.h"
+#include "platform/ElfFile.h"
 #include "platform/EventPump.h"
 #include "platform/FileSystemObject.h"
-#include "platform/SharedObject.h"
+#include "platform/Paths.h"
 #include "platform/WebTransfer.h"
 
 namespace zrk {
@@ -51,7 +52,7 @@ Text pluginVersion(TextView folder, TextView name) {
   if (!fromName) return mdlKVN::SharedFileSystem().GetFileVersion(path);
   if (!fromName->empty()) return *fromName;
   // A plain "x.so" takes the version of the name it was linked under.
-  std::optional<std::string> soname = platform::sharedObjectName(path);
+  std::optional<std::string> soname = platform::ElfFile(platform::nativePath(path)).soname();
   if (!soname) return Text();
   return sharedObjectVersion(fromUtf8(*soname)).value_or(Text());
 }

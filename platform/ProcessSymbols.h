@@ -7,14 +7,10 @@
 #include <string>
 #include <string_view>
 
+#include "platform/ElfFile.h"
 #include "platform/ProcessHandles.h"
 
 namespace zrk::platform {
-
-struct ElfSymbol {
-  uint64_t value = 0;     // the symbol's address in the file's own layout
-  uint64_t fileBase = 0;  // the address in that layout where the file's first byte goes
-};
 
 // The symbol `name` defined in the ELF file at `path`, from its symbol table or, in a stripped
 // file, its dynamic symbols. Nothing for a file that is no ELF file, a symbol only referred to,

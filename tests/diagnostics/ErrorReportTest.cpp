@@ -13,7 +13,7 @@
 #include "core/MethodFrame.h"
 #include "diagnostics/ErrorReport.h"
 #include "diagnostics/frmKVL.h"
-#include "platform/SharedObject.h"
+#include "platform/ElfFile.h"
 #include "platform/WebTransfer.h"
 
 namespace zrk::test {
@@ -152,7 +152,7 @@ TEST_F(ReportTest, SharedObjectPluginsWithTheirVersions) {
   EXPECT_EQ(list.find('/'), std::string::npos) << "no entry holds the platform's separator";
 }
 
-TEST(SharedObjectName, ByteOrderAndClass) {
+TEST(ElfSoname, ByteOrderAndClass) {
   // A minimal 32-bit big-endian shared object: header, a string table, a dynamic section.
   std::string elf(0x100, '\0');
   auto put = [&](size_t at, uint64_t v, int width) {
@@ -176,11 +176,12 @@ TEST(SharedObjectName, ByteOrderAndClass) {
   put(0x60, 1, 4);  // DT_NEEDED first, then DT_SONAME at offset 1 of the strings
   put(0x68, 14, 4);
   put(0x6C, 1, 4);
-  EXPECT_EQ(platform::sharedObjectNameOf(elf), std::optional<std::string>("libbe.so.7"));
+  EXPECT_EQ(platform::ElfFile(platform::ElfImage{elf}).soname(),
+            std::optional<std::string>("libbe.so.7"));
   put(0x6C, 0x40, 4);  // a name beyond its table
-  EXPECT_EQ(platform::sharedObjectNameOf(elf), std::nullopt);
-  EXPECT_EQ(platform::sharedObjectNameOf(elf.substr(0, 0x90)), std::nullopt);
-  EXPECT_EQ(platform::sharedObjectNameOf(readBytes(ZRK_LIBRARY_FILE)),
+  EXPECT_EQ(platform::ElfFile(platform::ElfImage{elf}).soname(), std::nullopt);
+  EXPECT_EQ(platform::ElfFile(platform::ElfImage{elf.substr(0, 0x90)}).soname(), std::nullopt);
+  EXPECT_EQ(platform::ElfFile(ZRK_LIBRARY_FILE).soname(),
             std::optional<std::string>("libzrkKVL.so.1"));
 }
 
