@@ -162,6 +162,8 @@ TEST(ElfSoname, ByteOrderAndClass) {
   elf.replace(0, 6,
               "\x7f"
               "ELF\x01\x02");
+  put(6, 1, 1);        // the ELF version, in the identification and the header
+  put(0x14, 1, 4);
   put(0x20, 0x80, 4);  // section headers
   put(0x2E, 40, 2);
   put(0x30, 3, 2);
