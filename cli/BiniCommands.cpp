@@ -26,8 +26,8 @@ int pack(Context& c) {
 }
 
 int unpack(Context& c) {
-  Text file = pathArg(c, 0, "FILE"), type = typeArg(c);
-  if (!c.kvn.DecompressBINI(existingFile(c, 0, "FILE"), &type))
+  Text file = existingFile(c, 0, "FILE"), type = typeArg(c);
+  if (!c.kvn.DecompressBINI(file, &type))
     throw ToolError{"bini unpack: " + quotePath(file) + " not unpacked"};
   printPath(replaceAll(file, u".b" + type, u"." + type));
   return 0;

@@ -65,7 +65,8 @@ int append(Context& c) {
   FileStamp before = stampOf(file);
   if (!before.exists) throw ToolError{"file append: no file " + quotePath(file)};
   c.kvn.AppendFile(file, data);
-  if (stampOf(file).size == before.size && !data.array().items.empty()) {
+  // A failure the library reported has its error line already.
+  if (!libraryFailed() && stampOf(file).size == before.size && !data.array().items.empty()) {
     failWrite("file append", file);
   }
   return 0;

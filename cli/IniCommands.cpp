@@ -83,8 +83,7 @@ int set(Context& c) {
 }
 
 int clear(Context& c) {
-  Text file = pathArg(c, 0, "FILE"), sect = valueArg(c, 1, "SECTION");
-  existingFile(c, 0, "FILE");
+  Text file = existingFile(c, 0, "FILE"), sect = valueArg(c, 1, "SECTION");
   c.kvn.ClearIniSection(sect, file);
   if (hasSection(c, file, sect)) failWrite("ini clear", file);
   return 0;

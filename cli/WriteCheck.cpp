@@ -6,6 +6,7 @@
 
 #include "cli/Command.h"
 #include "platform/Paths.h"
+#include "platform/SafeFile.h"
 
 namespace zrk::cli {
 
@@ -17,15 +18,15 @@ FileStamp stampOf(TextView path) {
 }
 
 std::string whyNotWritable(TextView path) {
-  std::string file = platform::nativePath(path);
-  std::string folder = platform::nativePath(platform::parentOf(path));
-  if (folder.empty()) folder = ".";
+  // The writers write through a link at the end of the path, so the target is what counts.
+  std::string file = platform::followFinalLink(platform::nativePath(path));
+  std::string folder = platform::folderOfPath(file);
   struct stat st {};
   if (::stat(folder.c_str(), &st) != 0) return "folder does not exist";
   if (!S_ISDIR(st.st_mode)) return "parent is not a folder";
   if (::stat(file.c_str(), &st) == 0) {
     if (S_ISDIR(st.st_mode)) return "is a folder";
-    if ((st.st_mode & 0222) == 0) return "file is read-only";
+    if (platform::isReadOnlyMode(st.st_mode)) return "file is read-only";
     if (::access(file.c_str(), W_OK) != 0) return "permission denied";
   }
   if (::access(folder.c_str(), W_OK) != 0) return "folder is not writable";

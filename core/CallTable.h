@@ -34,9 +34,6 @@ struct CallRegistrar {
   CallRegistrar(std::initializer_list<std::pair<TextView, CallFn>> entries);
 };
 
-// Fails as the value behind `F` did when a call by name passed no object for it.
-inline void requireObject(Dispatch& F);
-
 // A FailureInfo as an object with Number and Description, for calls by name.
 Variant failureObject(const FailureInfo& info);
 FailureInfo failureFromObject(const Variant& v);
@@ -202,9 +199,5 @@ Variant variable(clsKVN& self, Dispatch::CallKind kind, std::vector<Variant>& ar
 }
 
 }  // namespace calls
-
-inline void requireObject(Dispatch& F) {
-  if (auto* none = dynamic_cast<calls::NoObject*>(&F)) throw Failure(none->number());
-}
 
 }  // namespace zrk

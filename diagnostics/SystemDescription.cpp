@@ -131,11 +131,7 @@ Text clsKVN::SetUIDStr() {
 Text clsKVN::GetUIDStr() {
   return noTrap([&] {
     // The description is made when it is first asked for, not at start-up.
-    mdlKVN::State& s = mdlKVN::state();
-    if (s.systemInfoDue) {
-      s.systemInfoDue = false;
-      SetUIDStr();
-    }
+    if (mdlKVN::state().systemInfoDue) SetUIDStr();
     Text key = u"SOFTWARE\\Microsoft\\DirectX", name = u"Version";
     return mdlKVN::state().SystemInfoStr + Text(diagnostics::kFieldDelimiter) +
            GetRegistryString(key, name).toText();

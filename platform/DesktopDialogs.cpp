@@ -155,12 +155,9 @@ bool readAvailable(int fd, std::string& to) {
 }
 
 // Runs a program to its end; gives its exit status (-1 when it could not run) and what it
-// printed, its errors too when asked.
-int run(const std::vector<std::string>& args, std::string* printed, bool withErrors = false) {
-  Child child = spawn(args, false,
-                      !printed     ? Capture::None
-                      : withErrors ? Capture::OutputAndErrors
-                                   : Capture::Output);
+// printed.
+int run(const std::vector<std::string>& args, std::string* printed) {
+  Child child = spawn(args, false, printed ? Capture::Output : Capture::None);
   if (child.pid < 0) return -1;
   if (printed) {
     *printed = readAll(child.output);

@@ -165,19 +165,14 @@ std::optional<uint32_t> processorMHz(const CpuBlock& b) {
   return std::nullopt;
 }
 
-// One key per processor of /proc/cpuinfo.
-std::vector<Key> processorKeys() {
-  std::vector<Key> keys;
-  auto text = readSystemFile("/proc/cpuinfo");
-  if (!text) return keys;
-  for (const CpuBlock& b : cpuBlocks(*text)) {
-    Key& key = keys.emplace_back();
-    if (auto name = processorName(b)) key["processornamestring"] = textValue(*name);
-    if (const std::string* vendor = b.field("vendor_id"))
-      key["vendoridentifier"] = textValue(*vendor);
-    if (auto mhz = processorMHz(b)) key["~mhz"] = dwordValue(*mhz);
-  }
-  return keys;
+// The key of one processor block of /proc/cpuinfo.
+Key processorKey(const CpuBlock& b) {
+  Key key;
+  if (auto name = processorName(b)) key["processornamestring"] = textValue(*name);
+  if (const std::string* vendor = b.field("vendor_id"))
+    key["vendoridentifier"] = textValue(*vendor);
+  if (auto mhz = processorMHz(b)) key["~mhz"] = dwordValue(*mhz);
+  return key;
 }
 
 std::optional<Key> openKey(std::string_view subKey) {
@@ -188,10 +183,13 @@ std::optional<Key> openKey(std::string_view subKey) {
   if (number.empty() || number.find_first_not_of("0123456789") != std::string::npos) {
     return std::nullopt;
   }
-  std::vector<Key> keys = processorKeys();
+  auto text = readSystemFile("/proc/cpuinfo");
+  if (!text) return std::nullopt;
+  std::vector<CpuBlock> blocks = cpuBlocks(*text);
   size_t n = std::strtoul(number.c_str(), nullptr, 10);
-  if (n >= keys.size()) return std::nullopt;
-  return keys[n];
+  if (n >= blocks.size()) return std::nullopt;
+  // Only the processor asked for: the others' speeds may each cost reads in /sys.
+  return processorKey(blocks[n]);
 }
 
 std::mutex gMutex;

@@ -107,11 +107,6 @@ int rmdir(const char* path) {
   return ::rmdir(path);
 }
 
-int rename(const char* from, const char* to) {
-  if (int e = faults::check(faults::Call::Rename, to)) return failWith(e);
-  return ::rename(from, to);
-}
-
 int openat(int dirFd, const char* name, int flags, mode_t mode, const char* path) {
   if (int e = faults::check(faults::Call::OpenWrite, path)) return failWith(e);
   return ::openat(dirFd, name, flags, mode);

@@ -15,7 +15,6 @@ ssize_t pwrite(int fd, const void* buf, size_t n, off_t offset, const char* path
 int mkdir(const char* path, mode_t mode);
 int unlink(const char* path);
 int rmdir(const char* path);
-int rename(const char* from, const char* to);
 // The *at forms name the file for the seam by `path`.
 int openat(int dirFd, const char* name, int flags, mode_t mode, const char* path);
 int renameat(int dirFd, const char* from, const char* to, const char* path);

@@ -71,7 +71,6 @@ bool clsKVN::writeProfile(Dispatch& F, Text iniFile, Text zrkPath) {
   frame.run([&] {
     platform::FileSystemObject fso;
     frame.line(1);
-    requireObject(F);
     checkProfileName(text(F, u"txtName"), false);
     checkProfileName(text(F, u"txtOld"), true);
     // With the packed name the packed file is unpacked, also over a plain file left by an
