@@ -69,13 +69,8 @@ void Op_MakeArchive(benchmark::State& state) {
   setBytes(state, state.range(0) * int64_t(kMiB));
 }
 
-void sized(benchmark::internal::Benchmark* b) {
-  for (int64_t mib : sizesMiB())
-    b->Arg(mib);
-  b->UseRealTime()->Unit(benchmark::kMillisecond)->MinTime(0.2);
-}
-BENCHMARK(Op_ExtractArchive)->Name("Op/ExtractArchive")->Apply(sized);
-BENCHMARK(Op_MakeArchive)->Name("Op/MakeArchive")->Apply(sized);
+BENCHMARK(Op_ExtractArchive)->Name("Op/ExtractArchive")->Apply(sizedMiB);
+BENCHMARK(Op_MakeArchive)->Name("Op/MakeArchive")->Apply(sizedMiB);
 
 // An archive of `count` members of a few bytes each, written once per count.
 const std::string& smallMembersArchive(int64_t count) {

@@ -77,9 +77,10 @@ bool quickRun() {
   return std::getenv("ZRK_BENCH_QUICK") != nullptr;
 }
 
-std::vector<int64_t> sizesMiB() {
-  if (quickRun()) return {1, 10};
-  return {1, 10, 100};
+void sizedMiB(benchmark::internal::Benchmark* b) {
+  b->Arg(1)->Arg(10);
+  if (!quickRun()) b->Arg(100);
+  b->UseRealTime()->Unit(benchmark::kMillisecond);
 }
 
 void setBytes(benchmark::State& state, int64_t bytesPerIteration) {

@@ -36,10 +36,11 @@ Variant textArray(std::vector<Text> texts);
 // The library on this thread with scripted dialogs.
 clsKVN& library();
 
-// The sizes in MiB of the size-graded families: 1, 10 and 100, or 1 and 10 for a quick run
-// (ZRK_BENCH_QUICK set in the environment).
-std::vector<int64_t> sizesMiB();
+// Whether this is a quick run (ZRK_BENCH_QUICK set in the environment).
 bool quickRun();
+// Registers the sizes in MiB of a size-graded family as the argument of `b`: 1, 10 and 100, or
+// 1 and 10 in a quick run; in wall time and milliseconds.
+void sizedMiB(benchmark::internal::Benchmark* b);
 
 // Wall time, with the input bytes of one iteration as the counter "bytes".
 void setBytes(benchmark::State& state, int64_t bytesPerIteration);

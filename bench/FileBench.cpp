@@ -38,14 +38,8 @@ void Op_BinRead(benchmark::State& state) {
   setBytes(state, state.range(0) * int64_t(kMiB));
 }
 
-// A few rounds at most of the large sizes: one call of 100 MiB takes seconds.
-void sized(benchmark::internal::Benchmark* b) {
-  for (int64_t mib : sizesMiB())
-    b->Arg(mib);
-  b->UseRealTime()->Unit(benchmark::kMillisecond)->MinTime(0.2);
-}
-BENCHMARK(Op_HexRead)->Name("Op/HexRead")->Apply(sized);
-BENCHMARK(Op_BinRead)->Name("Op/BinRead")->Apply(sized);
+BENCHMARK(Op_HexRead)->Name("Op/HexRead")->Apply(sizedMiB);
+BENCHMARK(Op_BinRead)->Name("Op/BinRead")->Apply(sizedMiB);
 
 // Peak memory of one call in a fresh process (see PeakMemory.h); once, as it varies little.
 void Mem_Reader(benchmark::State& state, const char* op) {

@@ -52,10 +52,10 @@ def key(name):
     return parts[0], "/".join(parts[1:])
 
 
-def load(path):
+def load(doc):
     """Per (kind, name): the iteration runs, ordered by repetition."""
     runs = {}
-    for b in json.load(open(path))["benchmarks"]:
+    for b in doc["benchmarks"]:
         if b.get("run_type", "iteration") != "iteration" or b.get("error_occurred"):
             continue
         runs.setdefault(key(b["name"]), []).append(b)
@@ -228,8 +228,19 @@ def info_row(t, runs, base):
                   f"{duration(statistics.median(per))}/item" if per else "")
 
 
+def describe(doc):
+    """The machine and the run, so that figures are read with them."""
+    c = doc["context"]
+    reps = max((b.get("repetitions", 1) for b in doc["benchmarks"]), default=1)
+    load_avg = " ".join(f"{x:.2f}" for x in c.get("load_avg", []))
+    print(f"{c.get('date', '')}: {c.get('num_cpus', '?')} CPUs at {c.get('mhz_per_cpu', '?')} MHz, "
+          f"load average {load_avg or '?'} at the start, {reps} repetitions; wall time")
+
+
 def main(path):
-    runs = load(path)
+    doc = json.load(open(path))
+    describe(doc)
+    runs = load(doc)
     t = Table()
     for name, kind, bound in GOALS:
         if kind == "ratio":
