@@ -46,6 +46,7 @@ const std::string& archiveFile(int64_t mib) {
 // Each round writes every member again over the files of the round before.
 void Op_ExtractArchive(benchmark::State& state) {
   clsKVN& kvn = library();
+  DialogWatch watch(state);
   Text name = fromUtf8(archiveFile(state.range(0)));
   Text out = fromUtf8(scratchDir() + "/out" + std::to_string(state.range(0)));
   for (auto _ : state) {
@@ -58,6 +59,7 @@ void Op_ExtractArchive(benchmark::State& state) {
 // timed part and moved in, as a caller with no further use of them would.
 void Op_MakeArchive(benchmark::State& state) {
   clsKVN& kvn = library();
+  DialogWatch watch(state);
   const Variant& input = members(state.range(0));
   Text name = fromUtf8(scratchDir() + "/made" + std::to_string(state.range(0)) + ".zrk");
   for (auto _ : state) {
@@ -91,6 +93,7 @@ const std::string& smallMembersArchive(int64_t count) {
 // Each round extracts into a fresh folder, so every member is a new file.
 void Op_ExtractSmallMembers(benchmark::State& state) {
   clsKVN& kvn = library();
+  DialogWatch watch(state);
   Text archive = fromUtf8(smallMembersArchive(state.range(0)));
   int round = 0;
   for (auto _ : state) {

@@ -65,12 +65,35 @@ Variant textArray(std::vector<Text> texts) {
   return Variant(std::move(array));
 }
 
+namespace {
+
+platform::ScriptedDialogs& dialogs() {
+  static const std::shared_ptr<platform::ScriptedDialogs> backend = [] {
+    auto d = std::make_shared<platform::ScriptedDialogs>();
+    platform::setDialogBackend(d);
+    return d;
+  }();
+  return *backend;
+}
+
+}  // namespace
+
 clsKVN& library() {
   thread_local std::unique_ptr<clsKVN> kvn = [] {
-    platform::setDialogBackend(std::make_shared<platform::ScriptedDialogs>());
+    dialogs();
     return std::make_unique<clsKVN>();
   }();
   return *kvn;
+}
+
+DialogWatch::DialogWatch(benchmark::State& state)
+    : state_(state), before_(dialogs().shown().size()) {}
+
+DialogWatch::~DialogWatch() {
+  std::vector<platform::ScriptedDialogs::Shown> shown = dialogs().shown();
+  if (shown.size() > before_) {
+    state_.SkipWithError(("the library reported: " + toUtf8(shown.back().text)).c_str());
+  }
 }
 
 bool quickRun() {

@@ -36,6 +36,18 @@ Variant textArray(std::vector<Text> texts);
 // The library on this thread with scripted dialogs.
 clsKVN& library();
 
+// Marks the benchmark failed when the library showed a dialog (a failure it reports) while the
+// watch lived: an operation that fails costs less and must not pass for a fast one.
+class DialogWatch {
+ public:
+  explicit DialogWatch(benchmark::State& state);
+  ~DialogWatch();
+
+ private:
+  benchmark::State& state_;
+  size_t before_;
+};
+
 // Whether this is a quick run (ZRK_BENCH_QUICK set in the environment).
 bool quickRun();
 // Registers the sizes in MiB of a size-graded family as the argument of `b`: 1, 10 and 100, or

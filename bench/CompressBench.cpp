@@ -38,26 +38,34 @@ const Text& text() {
   return t;
 }
 
-std::string zlibCompress(std::string_view in) {
+// Bytes in a buffer left uninitialised, as zlib writes every byte it reports.
+struct Bytes {
+  std::unique_ptr<char[]> data;
+  size_t size = 0;
+  std::string_view view() const { return {data.get(), size}; }
+};
+
+Bytes zlibCompress(std::string_view in) {
   uLongf n = compressBound(uLong(in.size()));
-  std::string out(n, '\0');
-  compress(reinterpret_cast<Bytef*>(out.data()), &n, reinterpret_cast<const Bytef*>(in.data()),
+  Bytes out{std::make_unique_for_overwrite<char[]>(n), 0};
+  compress(reinterpret_cast<Bytef*>(out.data.get()), &n, reinterpret_cast<const Bytef*>(in.data()),
            uLong(in.size()));
-  out.resize(n);
+  out.size = n;
   return out;
 }
 
-std::string zlibUncompress(std::string_view in, size_t size) {
-  std::string out(size, '\0');
+Bytes zlibUncompress(std::string_view in, size_t size) {
   uLongf n = uLongf(size);
-  uncompress(reinterpret_cast<Bytef*>(out.data()), &n, reinterpret_cast<const Bytef*>(in.data()),
-             uLong(in.size()));
-  out.resize(n);
+  Bytes out{std::make_unique_for_overwrite<char[]>(size), 0};
+  uncompress(reinterpret_cast<Bytef*>(out.data.get()), &n,
+             reinterpret_cast<const Bytef*>(in.data()), uLong(in.size()));
+  out.size = n;
   return out;
 }
 
 void Op_CompressString(benchmark::State& state) {
   clsKVN& kvn = library();
+  DialogWatch watch(state);
   for (auto _ : state)
     benchmark::DoNotOptimize(kvn.CompressString(text()));
   setBytes(state, kMiB);
@@ -79,6 +87,7 @@ BENCHMARK(Floor_CompressString)
 
 void Op_DecompressString(benchmark::State& state) {
   clsKVN& kvn = library();
+  DialogWatch watch(state);
   Text packed = kvn.CompressString(text());
   for (auto _ : state)
     benchmark::DoNotOptimize(kvn.DecompressString(packed, int32_t(kMiB)));
@@ -90,9 +99,9 @@ BENCHMARK(Op_DecompressString)
     ->Unit(benchmark::kMillisecond);
 
 void Floor_DecompressString(benchmark::State& state) {
-  std::string packed = zlibCompress(textBytes());
+  Bytes packed = zlibCompress(textBytes());
   for (auto _ : state)
-    benchmark::DoNotOptimize(zlibUncompress(packed, kMiB));
+    benchmark::DoNotOptimize(zlibUncompress(packed.view(), kMiB));
   setBytes(state, kMiB);
 }
 BENCHMARK(Floor_DecompressString)
@@ -190,6 +199,7 @@ std::string plainBase64Decode(std::string_view in) {
 // one, DecompressBINI writes the plain one back, each replacement fsyncing file and folder.
 void Op_CompressBINI(benchmark::State& state) {
   clsKVN& kvn = library();
+  DialogWatch watch(state);
   std::string dir = scratchDir() + "/bini";
   std::filesystem::create_directories(dir);
   writeScratch("bini/server.ini", textBytes());
@@ -216,12 +226,12 @@ void Floor_CompressBINI(benchmark::State& state) {
   for (auto _ : state) {
     FileBytes in = readOnce(plain);
     std::string_view inView(in.data.get(), in.size);
-    std::string body = "00000000BINI" + plainBase64Encode(zlibCompress(inView));
+    std::string body = "00000000BINI" + plainBase64Encode(zlibCompress(inView).view());
     replaceDurably(packed, body);
     std::filesystem::remove(plain);
     FileBytes back = readOnce(packed);
     std::string_view stream(back.data.get() + 12, back.size - 12);
-    replaceDurably(plain, zlibUncompress(plainBase64Decode(stream), in.size));
+    replaceDurably(plain, zlibUncompress(plainBase64Decode(stream), in.size).view());
   }
   setBytes(state, kMiB);
 }

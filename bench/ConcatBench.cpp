@@ -7,6 +7,7 @@ namespace {
 
 void Op_ConcatStr(benchmark::State& state) {
   clsKVN& kvn = library();
+  DialogWatch watch(state);
   Text piece = u"abc";
   const int64_t appends = state.range(0);
   for (auto _ : state) {

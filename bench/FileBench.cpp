@@ -24,6 +24,7 @@ const std::string& binaryFile(int64_t mib) {
 
 void Op_HexRead(benchmark::State& state) {
   clsKVN& kvn = library();
+  DialogWatch watch(state);
   Text name = fromUtf8(binaryFile(state.range(0)));
   for (auto _ : state)
     benchmark::DoNotOptimize(kvn.HexRead(name));
@@ -32,6 +33,7 @@ void Op_HexRead(benchmark::State& state) {
 
 void Op_BinRead(benchmark::State& state) {
   clsKVN& kvn = library();
+  DialogWatch watch(state);
   Text name = fromUtf8(binaryFile(state.range(0)));
   for (auto _ : state)
     benchmark::DoNotOptimize(kvn.BinRead(name));

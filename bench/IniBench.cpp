@@ -48,7 +48,11 @@ void touchOutsideTiming(benchmark::State& state, const std::string& path) {
 
 void Op_GetIniKeyFirst(benchmark::State& state) {
   clsKVN& kvn = library();
+  DialogWatch watch(state);
   Text file = fromUtf8(iniFile());
+  if (kvn.GetIniKey(u"Section999", u"Key9", file) != Text(90, u'j')) {
+    state.SkipWithError("GetIniKey does not find the key");
+  }
   for (auto _ : state) {
     touchOutsideTiming(state, iniFile());
     benchmark::DoNotOptimize(kvn.GetIniKey(u"Section999", u"Key9", file));
@@ -68,7 +72,11 @@ BENCHMARK(Floor_GetIniKeyFirst)->Name("Floor/GetIniKey/first")->UseRealTime();
 
 void Op_GetIniKeyRepeated(benchmark::State& state) {
   clsKVN& kvn = library();
+  DialogWatch watch(state);
   Text file = fromUtf8(iniFile());
+  if (kvn.GetIniKey(u"Section999", u"Key9", file) != Text(90, u'j')) {
+    state.SkipWithError("GetIniKey does not find the key");
+  }
   for (auto _ : state)
     benchmark::DoNotOptimize(kvn.GetIniKey(u"Section999", u"Key9", file));
   setBytes(state, iniSize());
@@ -90,6 +98,7 @@ const Text& nextValue(int64_t round) {
 
 void Op_WriteIniKey(benchmark::State& state) {
   clsKVN& kvn = library();
+  DialogWatch watch(state);
   Text file = fromUtf8(writeScratch("write.ini", iniText()));
   int64_t round = 0;
   for (auto _ : state)

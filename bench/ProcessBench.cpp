@@ -70,6 +70,7 @@ ChildGame& child() {
 
 void Op_ReadLong(benchmark::State& state) {
   clsKVN& kvn = library();
+  DialogWatch watch(state);
   int32_t handle = kvn.AttachToGame(child().pid());
   if (handle == 0) state.SkipWithError("cannot open the child");
   for (auto _ : state)
@@ -79,6 +80,7 @@ BENCHMARK(Op_ReadLong)->Name("Op/ReadLong")->UseRealTime();
 
 void Op_ReadLong64(benchmark::State& state) {
   clsKVN& kvn = library();
+  DialogWatch watch(state);
   int32_t handle = kvn.AttachToGame(child().pid());
   if (handle == 0) state.SkipWithError("cannot open the child");
   for (auto _ : state)
@@ -88,6 +90,7 @@ BENCHMARK(Op_ReadLong64)->Name("Op/ReadLong64")->UseRealTime();
 
 void Op_ReadStr(benchmark::State& state) {
   clsKVN& kvn = library();
+  DialogWatch watch(state);
   int32_t handle = kvn.AttachToGame(child().pid());
   if (handle == 0) state.SkipWithError("cannot open the child");
   for (auto _ : state)
@@ -119,6 +122,7 @@ BENCHMARK(Floor_ReadStr)->Name("Floor/ReadStr")->UseRealTime();
 
 void Op_GetRunningProcesses(benchmark::State& state) {
   clsKVN& kvn = library();
+  DialogWatch watch(state);
   for (auto _ : state)
     benchmark::DoNotOptimize(kvn.GetRunningProcesses());
 }
