@@ -100,6 +100,7 @@ class Table:
     def __init__(self):
         self.rows = []
         self.crossing = False
+        self.seen = set()  # the operations a row shows
 
     def add(self, op, time="", rate="", floor="", ratio="", rng="", goal="", met=""):
         self.rows.append((op, time, rate, floor, ratio, rng, goal, met))
@@ -133,6 +134,7 @@ def rates(reps, counter="bytes"):
 
 
 def ratio_row(t, runs, name, bound):
+    t.seen.add(name)
     ops, floors = runs.get(("Op", name)), runs.get(("Floor", name))
     if not ops or not floors:
         t.add(name, goal=f"<= {bound}x", met="no data")
@@ -163,6 +165,7 @@ def rate_rows(t, runs, base, bound):
         return
     medians = []
     for name in names:
+        t.seen.add(name)
         ops = runs[("Op", name)]
         rt = rates(ops)
         med = statistics.median(rt)
@@ -221,7 +224,9 @@ def limit_rows(t, runs):
 
 def info_row(t, runs, base):
     for k, name in sorted(runs):
-        if k == "Op" and (name == base or name.startswith(base + "/")):
+        if k == "Op" and (not base or name == base or name.startswith(base + "/")) and \
+                name not in t.seen:
+            t.seen.add(name)
             ops = runs[(k, name)]
             per = [seconds(b) / b["items"] for b in ops if "items" in b]
             t.add(name, duration(statistics.median(map(seconds, ops))),
@@ -253,6 +258,7 @@ def main(path):
             peak_row(t, runs, name, bound)
         else:
             info_row(t, runs, name)
+    info_row(t, runs, "")  # any operation without a goal
     limit_rows(t, runs)
     t.print()
 
