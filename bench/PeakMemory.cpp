@@ -1,6 +1,7 @@
 // Peak memory of one call, in a fresh process of the benchmark binary.
 #include "PeakMemory.h"
 
+#include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -30,11 +31,10 @@ int64_t statusBytes(const std::string& field) {
 
 PeakMemory measurePeakInChild(const std::string& op, const std::string& path) {
   int fds[2];
-  if (::pipe(fds) != 0) return {};
+  if (::pipe2(fds, O_CLOEXEC) != 0) return {};
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
-  posix_spawn_file_actions_addclose(&actions, fds[0]);
   std::string self = "/proc/self/exe";
   char* argv[] = {self.data(), const_cast<char*>(kPeakMemoryFlag), const_cast<char*>(op.c_str()),
                   const_cast<char*>(path.c_str()), nullptr};
