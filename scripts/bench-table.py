@@ -53,15 +53,19 @@ def key(name):
 
 
 def load(doc):
-    """Per (kind, name): the iteration runs, ordered by repetition."""
-    runs = {}
+    """Per (kind, name): the iteration runs, ordered by repetition; and the error of each run
+    that failed."""
+    runs, failed = {}, {}
     for b in doc["benchmarks"]:
-        if b.get("run_type", "iteration") != "iteration" or b.get("error_occurred"):
+        if b.get("run_type", "iteration") != "iteration":
+            continue
+        if b.get("error_occurred"):
+            failed[key(b["name"])] = b.get("error_message", "")
             continue
         runs.setdefault(key(b["name"]), []).append(b)
     for reps in runs.values():
         reps.sort(key=lambda b: b.get("repetition_index", 0))
-    return runs
+    return runs, failed
 
 
 def seconds(b):
@@ -97,18 +101,25 @@ def sizes_of(runs, base):
 
 
 class Table:
-    def __init__(self):
+    def __init__(self, failed):
         self.rows = []
         self.crossing = False
         self.seen = set()  # the operations a row shows
+        self.failed = failed
+
+    def absent(self, kinds, name, label, goal):
+        """A goal without figures: a row when one of its benchmarks (of those kinds, that name or
+        a size of it) failed, none when they did not run."""
+        for (kind, n), error in self.failed.items():
+            if kind in kinds and (n == name or n.startswith(name + "/")):
+                self.add(label, goal=goal, met="failed: " + error)
+                return
 
     def add(self, op, time="", rate="", floor="", ratio="", rng="", goal="", met=""):
         self.rows.append((op, time, rate, floor, ratio, rng, goal, met))
 
     def grade(self, ok, values, bound, higher):
         """met / missed on the median; a "*" when the range of the runs crosses the goal."""
-        if ok is None:
-            return "no data"
         crosses = values and (min(values) < bound <= max(values) if higher
                               else min(values) <= bound < max(values))
         self.crossing |= bool(crosses)
@@ -137,7 +148,7 @@ def ratio_row(t, runs, name, bound):
     t.seen.add(name)
     ops, floors = runs.get(("Op", name)), runs.get(("Floor", name))
     if not ops or not floors:
-        t.add(name, goal=f"<= {bound}x", met="no data")
+        t.absent(("Op", "Floor"), name, name, f"<= {bound}x")
         return
     rs = ratios(ops, floors)
     med = statistics.median(rs)
@@ -161,7 +172,7 @@ def flat_row(t, base, medians, unit):
 def rate_rows(t, runs, base, bound):
     names = sizes_of(runs, base)
     if not names:
-        t.add(base, goal=f">= {rate_text(bound)}", met="no data")
+        t.absent(("Op",), base, base, f">= {rate_text(bound)}")
         return
     medians = []
     for name in names:
@@ -196,7 +207,7 @@ def items_rows(t, runs, base, bound):
 def peak_row(t, runs, name, bound):
     reps = runs.get(("Mem", name + "/100"))
     if not reps or "peak_bytes" not in reps[0]:
-        t.add(f"{name} 100 MiB: peak memory, result", goal=f"<= {bound}x", met="no data")
+        t.absent(("Mem",), name, f"{name} 100 MiB: peak memory, result", f"<= {bound}x")
         return
     peak, result = reps[0]["peak_bytes"], reps[0]["result_bytes"]
     r = peak / result
@@ -245,8 +256,8 @@ def describe(doc):
 def main(path):
     doc = json.load(open(path))
     describe(doc)
-    runs = load(doc)
-    t = Table()
+    runs, failed = load(doc)
+    t = Table(failed)
     for name, kind, bound in GOALS:
         if kind == "ratio":
             ratio_row(t, runs, name, bound)
