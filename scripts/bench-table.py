@@ -196,12 +196,18 @@ def rate_rows(t, runs, base, bound):
 
 def items_rows(t, runs, base, bound):
     names = sizes_of(runs, base)
-    per_item = []
+    per_item, floor_per_item = [], []
     for name in names:
         ratio_row(t, runs, name, bound)
-        ops = runs[("Op", name)]
-        per_item.append((name[len(base) + 1:], statistics.median(rates(ops, "items"))))
+        size = name[len(base) + 1:]
+        per_item.append((size, statistics.median(rates(runs[("Op", name)], "items"))))
+        if ("Floor", name) in runs:
+            floor_per_item.append((size, statistics.median(rates(runs[("Floor", name)], "items"))))
     flat_row(t, base, per_item, "appends")
+    if len(floor_per_item) == len(per_item) > 1:
+        # How flat the floor itself is: what the machine allows.
+        (small, r0), (large, r1) = floor_per_item[0], floor_per_item[-1]
+        t.add(f"limit: {base} floor, {large} vs {small} appends", ratio=ratio_text(r1 / r0))
 
 
 def peak_row(t, runs, name, bound):
