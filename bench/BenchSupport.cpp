@@ -91,9 +91,12 @@ DialogWatch::DialogWatch(benchmark::State& state)
 
 DialogWatch::~DialogWatch() {
   std::vector<platform::ScriptedDialogs::Shown> shown = dialogs().shown();
-  if (shown.size() > before_) {
-    state_.SkipWithError(("the library reported: " + toUtf8(shown.back().text)).c_str());
-  }
+  if (shown.size() <= before_) return;
+  // The message on one line, for the table.
+  std::string text = toUtf8(shown.back().text);
+  for (size_t at; (at = text.find_first_of("\r\n")) != std::string::npos;)
+    text.replace(at, text.find_first_not_of("\r\n", at) - at, "; ");
+  state_.SkipWithError(("the library reported: " + text).c_str());
 }
 
 bool quickRun() {
