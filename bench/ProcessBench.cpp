@@ -72,7 +72,9 @@ void Op_ReadLong(benchmark::State& state) {
   clsKVN& kvn = library();
   DialogWatch watch(state);
   int32_t handle = kvn.AttachToGame(child().pid());
-  if (handle == 0) state.SkipWithError("cannot open the child");
+  if (handle == 0 || kvn.ReadLong(handle, int32_t(kGamePage)) != 0x12345678) {
+    state.SkipWithError("cannot read the child");
+  }
   for (auto _ : state)
     benchmark::DoNotOptimize(kvn.ReadLong(handle, int32_t(kGamePage)));
 }
@@ -82,7 +84,9 @@ void Op_ReadLong64(benchmark::State& state) {
   clsKVN& kvn = library();
   DialogWatch watch(state);
   int32_t handle = kvn.AttachToGame(child().pid());
-  if (handle == 0) state.SkipWithError("cannot open the child");
+  if (handle == 0 || kvn.ReadLong64(handle, int64_t(kFarPage)) != 0x12345678) {
+    state.SkipWithError("cannot read the child");
+  }
   for (auto _ : state)
     benchmark::DoNotOptimize(kvn.ReadLong64(handle, int64_t(kFarPage)));
 }
@@ -92,7 +96,9 @@ void Op_ReadStr(benchmark::State& state) {
   clsKVN& kvn = library();
   DialogWatch watch(state);
   int32_t handle = kvn.AttachToGame(child().pid());
-  if (handle == 0) state.SkipWithError("cannot open the child");
+  if (handle == 0 || kvn.ReadStr(handle, int32_t(kGamePage + kStringOffset)) != Text(200, u'g')) {
+    state.SkipWithError("cannot read the child");
+  }
   for (auto _ : state)
     benchmark::DoNotOptimize(kvn.ReadStr(handle, int32_t(kGamePage + kStringOffset)));
 }
@@ -123,6 +129,8 @@ BENCHMARK(Floor_ReadStr)->Name("Floor/ReadStr")->UseRealTime();
 void Op_GetRunningProcesses(benchmark::State& state) {
   clsKVN& kvn = library();
   DialogWatch watch(state);
+  Variant list = kvn.GetRunningProcesses();
+  if (!list.isArray() || list.array().items.empty()) state.SkipWithError("no process listed");
   for (auto _ : state)
     benchmark::DoNotOptimize(kvn.GetRunningProcesses());
 }
