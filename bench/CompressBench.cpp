@@ -89,6 +89,9 @@ void Op_DecompressString(benchmark::State& state) {
   clsKVN& kvn = library();
   DialogWatch watch(state);
   Text packed = kvn.CompressString(text());
+  if (kvn.DecompressString(packed, int32_t(kMiB)) != text()) {
+    state.SkipWithError("the text does not come back");
+  }
   for (auto _ : state)
     benchmark::DoNotOptimize(kvn.DecompressString(packed, int32_t(kMiB)));
   setBytes(state, kMiB);
@@ -128,6 +131,7 @@ void Op_Base64Encode(benchmark::State& state) {
 BENCHMARK(Op_Base64Encode)->Name("Op/Base64Encode")->UseRealTime();
 
 void Op_Base64Decode(benchmark::State& state) {
+  if (Base64Decode(encoded()) != binary()) state.SkipWithError("the bytes do not come back");
   for (auto _ : state)
     benchmark::DoNotOptimize(Base64Decode(encoded()));
   setBytes(state, int64_t(encoded().size()));
