@@ -106,6 +106,9 @@ void Op_WriteIniKey(benchmark::State& state) {
   int64_t round = 0;
   for (auto _ : state)
     kvn.WriteIniKey(kLastSection, u"Key9", nextValue(round++), file);
+  if (kvn.GetIniKey(kLastSection, u"Key9", file) != nextValue(round - 1)) {
+    state.SkipWithError("WriteIniKey did not write the value");
+  }
   setBytes(state, iniSize());
 }
 BENCHMARK(Op_WriteIniKey)->Name("Op/WriteIniKey")->UseRealTime()->Unit(benchmark::kMillisecond);
