@@ -1,14 +1,17 @@
 // Reading a child's memory against one process_vm_readv, and the process list against ps.
+#include <fcntl.h>
+#include <spawn.h>
 #include <sys/mman.h>
 #include <sys/uio.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "BenchSupport.h"
+
+extern char** environ;
 
 namespace zrk::bench {
 namespace {
@@ -67,30 +70,39 @@ ChildGame& child() {
 
 void Op_ReadLong(benchmark::State& state) {
   clsKVN& kvn = library();
+  DialogWatch watch(state);
   int32_t handle = kvn.AttachToGame(child().pid());
-  if (handle == 0) state.SkipWithError("cannot open the child");
+  if (handle == 0 || kvn.ReadLong(handle, int32_t(kGamePage)) != 0x12345678) {
+    state.SkipWithError("cannot read the child");
+  }
   for (auto _ : state)
     benchmark::DoNotOptimize(kvn.ReadLong(handle, int32_t(kGamePage)));
 }
-BENCHMARK(Op_ReadLong)->Name("Op/ReadLong");
+BENCHMARK(Op_ReadLong)->Name("Op/ReadLong")->UseRealTime();
 
 void Op_ReadLong64(benchmark::State& state) {
   clsKVN& kvn = library();
+  DialogWatch watch(state);
   int32_t handle = kvn.AttachToGame(child().pid());
-  if (handle == 0) state.SkipWithError("cannot open the child");
+  if (handle == 0 || kvn.ReadLong64(handle, int64_t(kFarPage)) != 0x12345678) {
+    state.SkipWithError("cannot read the child");
+  }
   for (auto _ : state)
     benchmark::DoNotOptimize(kvn.ReadLong64(handle, int64_t(kFarPage)));
 }
-BENCHMARK(Op_ReadLong64)->Name("Op/ReadLong64");
+BENCHMARK(Op_ReadLong64)->Name("Op/ReadLong64")->UseRealTime();
 
 void Op_ReadStr(benchmark::State& state) {
   clsKVN& kvn = library();
+  DialogWatch watch(state);
   int32_t handle = kvn.AttachToGame(child().pid());
-  if (handle == 0) state.SkipWithError("cannot open the child");
+  if (handle == 0 || kvn.ReadStr(handle, int32_t(kGamePage + kStringOffset)) != Text(200, u'g')) {
+    state.SkipWithError("cannot read the child");
+  }
   for (auto _ : state)
     benchmark::DoNotOptimize(kvn.ReadStr(handle, int32_t(kGamePage + kStringOffset)));
 }
-BENCHMARK(Op_ReadStr)->Name("Op/ReadStr");
+BENCHMARK(Op_ReadStr)->Name("Op/ReadStr")->UseRealTime();
 
 // One process_vm_readv of the same bytes.
 void readFloor(benchmark::State& state, uintptr_t address, size_t size) {
@@ -104,41 +116,67 @@ void readFloor(benchmark::State& state, uintptr_t address, size_t size) {
 void Floor_ReadLong(benchmark::State& state) {
   readFloor(state, kGamePage, 4);
 }
-BENCHMARK(Floor_ReadLong)->Name("Floor/ReadLong");
+BENCHMARK(Floor_ReadLong)->Name("Floor/ReadLong")->UseRealTime();
 void Floor_ReadLong64(benchmark::State& state) {
   readFloor(state, kFarPage, 4);
 }
-BENCHMARK(Floor_ReadLong64)->Name("Floor/ReadLong64");
+BENCHMARK(Floor_ReadLong64)->Name("Floor/ReadLong64")->UseRealTime();
 void Floor_ReadStr(benchmark::State& state) {
   readFloor(state, kGamePage + kStringOffset, 255);
 }
-BENCHMARK(Floor_ReadStr)->Name("Floor/ReadStr");
+BENCHMARK(Floor_ReadStr)->Name("Floor/ReadStr")->UseRealTime();
 
 void Op_GetRunningProcesses(benchmark::State& state) {
   clsKVN& kvn = library();
+  DialogWatch watch(state);
+  Variant list = kvn.GetRunningProcesses();
+  if (!list.isArray() || list.array().items.empty()) state.SkipWithError("no process listed");
   for (auto _ : state)
     benchmark::DoNotOptimize(kvn.GetRunningProcesses());
 }
-BENCHMARK(Op_GetRunningProcesses)->Name("Op/GetRunningProcesses")->Unit(benchmark::kMillisecond);
+BENCHMARK(Op_GetRunningProcesses)
+    ->Name("Op/GetRunningProcesses")
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 
-// What an admin would type: the ps list of every process with its command line, read whole.
+// What an admin would type: ps started directly (no shell) listing every process with its
+// command line, its whole output read through a pipe.
+bool runPs(size_t& total) {
+  int fds[2];
+  if (::pipe2(fds, O_CLOEXEC) != 0) return false;
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
+  char* argv[] = {const_cast<char*>("ps"), const_cast<char*>("-e"), const_cast<char*>("-o"),
+                  const_cast<char*>("pid,args"), nullptr};
+  pid_t pid = -1;
+  int spawned = ::posix_spawnp(&pid, "ps", &actions, nullptr, argv, environ);
+  posix_spawn_file_actions_destroy(&actions);
+  ::close(fds[1]);
+  char buffer[65536];
+  ssize_t n;
+  total = 0;
+  while ((n = ::read(fds[0], buffer, sizeof buffer)) > 0)
+    total += size_t(n);
+  ::close(fds[0]);
+  int status = 0;
+  return spawned == 0 && ::waitpid(pid, &status, 0) == pid && WIFEXITED(status) &&
+         WEXITSTATUS(status) == 0;
+}
+
 void Floor_GetRunningProcesses(benchmark::State& state) {
   for (auto _ : state) {
-    FILE* ps = ::popen("ps -e -o pid,args", "r");
-    if (!ps) {
-      state.SkipWithError("cannot start ps");
+    size_t total = 0;
+    if (!runPs(total)) {
+      state.SkipWithError("cannot run ps");
       break;
     }
-    char buffer[65536];
-    size_t total = 0, n;
-    while ((n = std::fread(buffer, 1, sizeof buffer, ps)) > 0)
-      total += n;
-    ::pclose(ps);
     benchmark::DoNotOptimize(total);
   }
 }
 BENCHMARK(Floor_GetRunningProcesses)
     ->Name("Floor/GetRunningProcesses")
+    ->UseRealTime()
     ->Unit(benchmark::kMillisecond);
 
 }  // namespace
