@@ -1,10 +1,11 @@
-// Text work shared by the file and text helpers: the growing buffer, blank trimming,
-// lower-casing and number texts.
+// Text work shared by the file and text helpers: the growing buffer and numbers read from
+// text.
 #pragma once
 
 #include <cstdint>
-#include <string_view>
+#include <limits>
 
+#include <zrkKVL/Failure.h>
 #include <zrkKVL/Text.h>
 
 namespace zrk::files {
@@ -21,19 +22,26 @@ void appendToBuffer(Text& buf, int32_t& len, TextView add);
 class BufferGrowth {
  public:
   BufferGrowth(size_t size, int32_t len) : size_(int64_t(size)), len_(len) {}
-  // What appending a piece of `n` characters does to the sizes, failures included.
-  void add(size_t n);
+  // What appending a piece of `n` characters does to the sizes, failures included. Inline, as
+  // it runs once per piece over millions of pieces.
+  void add(size_t n) {
+    int64_t fill = int64_t(len_) + int64_t(n);
+    if (fill > kMaxLength) throw Failure(err::Overflow);
+    if (fill > size_) {
+      if (size_ + fill > kMaxLength) throw Failure(err::OutOfMemory);
+      size_ += fill;
+    }
+    if (len_ < 0) throw Failure(err::InvalidCall);
+    len_ = int32_t(fill);
+  }
   size_t size() const { return size_t(size_); }
   int32_t len() const { return len_; }
 
  private:
+  static constexpr int64_t kMaxLength = std::numeric_limits<int32_t>::max();
   int64_t size_;
   int32_t len_;
 };
-
-// Appends each byte as its number and "/" to the growing buffer: decimal for radix 10,
-// upper-case hexadecimal for radix 16, no leading zeros.
-void appendNumberText(Text& buf, int32_t& len, std::string_view bytes, int radix);
 
 // The whole number a text gives, as the interface converts text to a 32-bit number: failure 13
 // when it is not numeric, 6 when it is out of range.
