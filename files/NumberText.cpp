@@ -2,6 +2,7 @@
 #include "files/NumberText.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 
 #include <zrkKVL/Failure.h>
@@ -17,14 +18,14 @@ namespace {
 struct PieceTable {
   char16_t chars[256][4];
   uint8_t length[256];
+  // The smallest values with two and with three digits (256: none).
+  int twoDigits, threeDigits;
 
-  explicit PieceTable(int radix) {
+  explicit PieceTable(int radix) : twoDigits(radix), threeDigits(std::min(radix * radix, 256)) {
     const char* digits = "0123456789ABCDEF";
     for (int b = 0; b < 256; ++b) {
       char16_t piece[4] = {u' ', u' ', u' ', u' '};
-      int n = 0;
-      for (int v = b; v > 0 || n == 0; v /= radix)
-        ++n;
+      int n = 1 + (b >= twoDigits) + (b >= threeDigits);
       for (int v = b, i = n - 1; i >= 0; v /= radix, --i)
         piece[i] = char16_t(digits[v % radix]);
       piece[n] = u'/';
@@ -41,10 +42,32 @@ const PieceTable& pieceTable(int radix) {
   return radix == 16 ? hexTable : decimalTable;
 }
 
-// The growing buffer's sizes after a piece for each byte.
+constexpr size_t kBlock = 256;
+
+// The length of a block's pieces, counted by comparisons the compiler turns into vector code.
+uint32_t blockLength(const unsigned char* b, const PieceTable& t) {
+  uint32_t sum = 0;
+  for (size_t i = 0; i < kBlock; ++i)
+    sum += 2u + (b[i] >= t.twoDigits) + (b[i] >= t.threeDigits);
+  return sum;
+}
+
+// The growing buffer's sizes after a piece for each byte. A block that fits in the buffer as it
+// is moves the fill level at once; one that makes it grow, or fail, goes piece by piece.
 void walkPieces(BufferGrowth& growth, std::string_view bytes, const PieceTable& t) {
-  for (unsigned char b : bytes)
-    growth.add(t.length[b]);
+  const unsigned char* b = reinterpret_cast<const unsigned char*>(bytes.data());
+  const unsigned char* end = b + bytes.size();
+  for (; end - b >= ptrdiff_t(kBlock); b += kBlock) {
+    uint32_t n = blockLength(b, t);
+    if (int64_t(growth.len()) + n <= int64_t(growth.size())) {
+      growth.add(n);
+    } else {
+      for (size_t i = 0; i < kBlock; ++i)
+        growth.add(t.length[b[i]]);
+    }
+  }
+  for (; b < end; ++b)
+    growth.add(t.length[*b]);
 }
 
 // Writes the pieces of `bytes` from `out`, which has room for exactly them; gives their end. A
@@ -64,10 +87,19 @@ char16_t* writePieces(char16_t* out, std::string_view bytes, const PieceTable& t
 
 // Results this large are worth huge pages.
 constexpr size_t kLargeResultBytes = size_t(8) << 20;
-// Input bytes written per step: their text is still in the cache when written over.
-constexpr size_t kStretch = 16384;
+// Input bytes whose pieces are staged at a time: small enough that the staging stays in the
+// cache, so each character of the result reaches memory once.
+constexpr size_t kStretch = 8192;
 // Input bytes between two hand-backs of the file's pages.
 constexpr size_t kReleaseEvery = size_t(2) << 20;
+
+// Appends `n` blanks by whole blocks.
+void appendBlanks(Text& out, size_t n) {
+  static const Text block(4096, u' ');
+  for (; n > block.size(); n -= block.size())
+    out.append(block);
+  out.append(block, 0, n);
+}
 
 }  // namespace
 
@@ -83,17 +115,13 @@ Text numberText(platform::FileImage& file, int radix, SpareTail tail) {
   if (size * sizeof(char16_t) >= kLargeResultBytes) {
     platform::adviseHugePages(out.data(), out.capacity() * sizeof(char16_t));
   }
-  // The string is grown over a stretch by blanks and written over at once, so each character
-  // reaches memory once; the file's pages behind the stretch go back as the text grows.
+  char16_t staging[4 * kStretch];
   for (size_t at = 0; at < bytes.size(); at += kStretch) {
     std::string_view part = bytes.substr(at, kStretch);
-    size_t start = out.size();
-    out.resize(std::min(start + 4 * part.size(), size));
-    char16_t* end = writePieces(out.data() + start, part, t);
-    out.resize(size_t(end - out.data()));
+    out.append(staging, size_t(writePieces(staging, part, t) - staging));
     if ((at + part.size()) % kReleaseEvery == 0) file.release(at + part.size());
   }
-  out.resize(size, u' ');
+  appendBlanks(out, size - out.size());
   return out;
 }
 
