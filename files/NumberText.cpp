@@ -85,21 +85,11 @@ char16_t* writePieces(char16_t* out, std::string_view bytes, const PieceTable& t
   return out + t.length[*last];
 }
 
-// Results this large are worth huge pages.
-constexpr size_t kLargeResultBytes = size_t(8) << 20;
 // Input bytes whose pieces are staged at a time: small enough that the staging stays in the
 // cache, so each character of the result reaches memory once.
 constexpr size_t kStretch = 8192;
 // Input bytes between two hand-backs of the file's pages.
 constexpr size_t kReleaseEvery = size_t(2) << 20;
-
-// Appends `n` blanks by whole blocks.
-void appendBlanks(Text& out, size_t n) {
-  static const Text block(4096, u' ');
-  for (; n > block.size(); n -= block.size())
-    out.append(block);
-  out.append(block, 0, n);
-}
 
 }  // namespace
 
@@ -112,9 +102,7 @@ Text numberText(platform::FileImage& file, int radix, SpareTail tail) {
 
   Text out;
   out.reserve(size);
-  if (size * sizeof(char16_t) >= kLargeResultBytes) {
-    platform::adviseHugePages(out.data(), out.capacity() * sizeof(char16_t));
-  }
+  platform::adviseHugePages(out.data(), out.capacity() * sizeof(char16_t));
   char16_t staging[4 * kStretch];
   for (size_t at = 0; at < bytes.size(); at += kStretch) {
     std::string_view part = bytes.substr(at, kStretch);

@@ -2,26 +2,33 @@
 #include "files/TextOps.h"
 
 #include <algorithm>
-#include <limits>
 
-#include <zrkKVL/Failure.h>
 #include <zrkKVL/Variant.h>
+#include "platform/HugePages.h"
 
 namespace zrk::files {
 
-void appendToBuffer(Text& buf, int32_t& len, TextView add) {
-  int64_t fill = int64_t(len) + int64_t(add.size());
-  if (fill > std::numeric_limits<int32_t>::max()) throw Failure(err::Overflow);
-  if (fill > int64_t(buf.size())) {
-    if (int64_t(buf.size()) + fill > std::numeric_limits<int32_t>::max()) {
-      throw Failure(err::OutOfMemory);
-    }
-    buf.append(size_t(fill), u' ');
+void appendBlanks(Text& buf, size_t n) {
+  static const Text block(4096, u' ');
+  size_t size = buf.size() + n;
+  if (size > buf.capacity()) {
+    // Room for a next growth of the same kind too, so that it writes its blanks in place
+    // without moving the text; room not yet written holds no memory.
+    buf.reserve(std::max(size, std::min(2 * size, size_t(kMaxBufferLength))));
+    platform::adviseHugePages(buf.data(), buf.capacity() * sizeof(char16_t));
   }
-  if (len < 0) throw Failure(err::InvalidCall);  // the overwrite would start before position 1
-  // The buffer now holds the piece; an empty piece at a full buffer writes nothing.
-  std::copy(add.begin(), add.end(), buf.begin() + len);
-  len = int32_t(fill);
+  for (; n > block.size(); n -= block.size())
+    buf.append(block);
+  buf.append(block, 0, n);
+}
+
+void copyChars(char16_t* to, TextView from) {
+  std::copy(from.begin(), from.end(), to);
+}
+
+void growBuffer(Text& buf, int64_t fill) {
+  if (int64_t(buf.size()) + fill > kMaxBufferLength) throw Failure(err::OutOfMemory);
+  appendBlanks(buf, size_t(fill));
 }
 
 int32_t numberFromText(TextView s) {

@@ -2,6 +2,7 @@
 // text.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 
@@ -10,11 +11,41 @@
 
 namespace zrk::files {
 
+// The longest a growing buffer gets: its count is 32-bit signed.
+inline constexpr int64_t kMaxBufferLength = std::numeric_limits<int32_t>::max();
+
+// Adds `n` blanks behind the text, copied in blocks. When the text must move, it gets room for
+// twice its new size; a large growth asks for huge pages.
+void appendBlanks(Text& buf, size_t n);
+
+// Copies the characters of `from` to `to`.
+void copyChars(char16_t* to, TextView from);
+
+// The growing buffer's growth by the new fill level `fill` in blanks; failure 7 when the
+// buffer would leave the 32-bit range.
+void growBuffer(Text& buf, int64_t fill);
+
 // Appends `add` to the growing buffer `buf` whose first `len` characters are in use. When the
 // piece does not fit, the buffer grows by the whole new fill level (len + size of `add`) in
 // blanks, so a long text costs amortised constant work per piece. Failure 6 when the fill level
-// leaves the 32-bit range, 5 when `len` is negative.
-void appendToBuffer(Text& buf, int32_t& len, TextView add);
+// leaves the 32-bit range, 5 when `len` is negative. Inline, as callers append millions of
+// short pieces.
+inline void appendToBuffer(Text& buf, int32_t& len, TextView add) {
+  int64_t fill = int64_t(len) + int64_t(add.size());
+  if (fill > kMaxBufferLength) throw Failure(err::Overflow);
+  if (fill > int64_t(buf.size())) growBuffer(buf, fill);
+  if (len < 0) throw Failure(err::InvalidCall);  // the overwrite would start before position 1
+  // The buffer now holds the piece; an empty piece at a full buffer writes nothing. A short
+  // piece is copied by hand, cheaper than a library call.
+  char16_t* out = buf.data() + len;
+  if (add.size() <= 8) {
+    for (char16_t c : add)
+      *out++ = c;
+  } else {
+    copyChars(out, add);
+  }
+  len = int32_t(fill);
+}
 
 // The growing buffer's bookkeeping without its characters: the fill level and the size that
 // appendToBuffer grows the buffer to, with its failures at the same piece. A long run of pieces
@@ -26,9 +57,9 @@ class BufferGrowth {
   // it runs once per piece over millions of pieces.
   void add(size_t n) {
     int64_t fill = int64_t(len_) + int64_t(n);
-    if (fill > kMaxLength) throw Failure(err::Overflow);
+    if (fill > kMaxBufferLength) throw Failure(err::Overflow);
     if (fill > size_) {
-      if (size_ + fill > kMaxLength) throw Failure(err::OutOfMemory);
+      if (size_ + fill > kMaxBufferLength) throw Failure(err::OutOfMemory);
       size_ += fill;
     }
     if (len_ < 0) throw Failure(err::InvalidCall);
@@ -38,7 +69,6 @@ class BufferGrowth {
   int32_t len() const { return len_; }
 
  private:
-  static constexpr int64_t kMaxLength = std::numeric_limits<int32_t>::max();
   int64_t size_;
   int32_t len_;
 };
