@@ -87,7 +87,7 @@ char16_t* writePieces(char16_t* out, std::string_view bytes, const PieceTable& t
 
 // Input bytes whose pieces are staged at a time: small enough that the staging stays in the
 // cache, so each character of the result reaches memory once.
-constexpr size_t kStretch = 8192;
+constexpr size_t kStretch = 4096;
 // Input bytes between two hand-backs of the file's pages.
 constexpr size_t kReleaseEvery = size_t(2) << 20;
 
