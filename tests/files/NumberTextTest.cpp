@@ -1,5 +1,6 @@
 // Number texts against the growing buffer they stand for: spare blanks at the points where the
 // buffer grows, random files, and buffers that already hold text or fail.
+#include <algorithm>
 #include <charconv>
 #include <random>
 
@@ -28,6 +29,16 @@ std::pair<Text, int32_t> pieceByPiece(std::string_view bytes, int radix, Text bu
   for (unsigned char b : bytes)
     files::appendToBuffer(buf, len, pieceOf(b, radix));
   return {buf, len};
+}
+
+// Where two long texts first differ ("" when they are equal), so a failure prints little.
+std::string difference(const Text& got, const Text& want) {
+  if (got == want) return "";
+  size_t at = std::mismatch(got.begin(), got.end(), want.begin(), want.end()).first - got.begin();
+  return "sizes " + std::to_string(got.size()) + " and " + std::to_string(want.size()) +
+         ", first difference at " + std::to_string(at) + ": " +
+         toUtf8(got.substr(at > 8 ? at - 8 : 0, 16)) + " | " +
+         toUtf8(want.substr(at > 8 ? at - 8 : 0, 16));
 }
 
 TEST_F(NumberText, SpareBlanksAtTheGrowthPoints) {
@@ -68,7 +79,7 @@ TEST_F(NumberText, SpareBlanksAtTheGrowthPoints) {
     }
     EXPECT_EQ(bin.find_first_not_of(u' ', used), Text::npos) << c.bytes;
     EXPECT_EQ(hex.find_first_not_of(u' ', used), Text::npos) << c.bytes;
-    EXPECT_EQ(trimmed, bin.substr(0, used)) << c.bytes;
+    EXPECT_EQ(difference(trimmed, bin.substr(0, used)), "") << c.bytes;
   }
   EXPECT_EQ(failureCount(), 0u);
 }
@@ -92,16 +103,18 @@ TEST_F(NumberText, OnePassEqualsPieceByPieceOverRandomFiles) {
       auto [hex, hexLen] = pieceByPiece(bytes, 16);
       std::string what =
           std::to_string(n) + " bytes in " + std::to_string(r.low) + ".." + std::to_string(r.high);
-      EXPECT_EQ(kvn->BinRead(T(path)), dec) << what;
-      EXPECT_EQ(kvn->HexRead(T(path)), hex) << what;
-      EXPECT_EQ(kvn->ReadBinaryFileToString(T(path)), dec.substr(0, size_t(decLen))) << what;
+      EXPECT_EQ(difference(kvn->BinRead(T(path)), dec), "") << what;
+      EXPECT_EQ(difference(kvn->HexRead(T(path)), hex), "") << what;
+      EXPECT_EQ(difference(kvn->ReadBinaryFileToString(T(path)), dec.substr(0, size_t(decLen))), "")
+          << what;
     }
   }
   EXPECT_EQ(failureCount(), 0u);
 }
 
-TEST_F(NumberText, AppendingToAFilledBufferMatchesPieceByPiece) {
-  std::string bytes = bytesOf({0, 9, 10, 15, 16, 99, 100, 255, 7});
+// Appends `bytes` to buffers in several states, one way and piece by piece: same failure, same
+// buffer, same fill level.
+void checkAppends(const std::string& bytes) {
   struct Case {
     const char* what;
     Text buf;
@@ -118,6 +131,7 @@ TEST_F(NumberText, AppendingToAFilledBufferMatchesPieceByPiece) {
   };
   for (int radix : {10, 16}) {
     for (const auto& c : cases) {
+      SCOPED_TRACE(std::to_string(bytes.size()) + " bytes");
       Text expected = c.buf, buf = c.buf;
       int32_t expectedLen = c.len, len = c.len;
       int32_t expectedFailure = failureOf([&] {
@@ -127,9 +141,19 @@ TEST_F(NumberText, AppendingToAFilledBufferMatchesPieceByPiece) {
       int32_t failure = failureOf([&] { files::appendNumberText(buf, len, bytes, radix); });
       EXPECT_EQ(expectedFailure, c.failure) << c.what;
       EXPECT_EQ(failure, c.failure) << c.what << " radix " << radix;
-      EXPECT_EQ(buf, expected) << c.what << " radix " << radix;
+      EXPECT_EQ(difference(buf, expected), "") << c.what << " radix " << radix;
       EXPECT_EQ(len, expectedLen) << c.what << " radix " << radix;
     }
+  }
+}
+
+TEST_F(NumberText, AppendingToAFilledBufferMatchesPieceByPiece) {
+  // A short run, and one long enough to be walked in blocks.
+  std::string longRun(1000, '\0');
+  for (size_t i = 0; i < longRun.size(); ++i)
+    longRun[i] = char(i * 37);
+  for (const std::string& bytes : {bytesOf({0, 9, 10, 15, 16, 99, 100, 255, 7}), longRun}) {
+    checkAppends(bytes);
   }
 }
 
