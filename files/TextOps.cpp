@@ -12,9 +12,10 @@ void appendBlanks(Text& buf, size_t n) {
   static const Text block(4096, u' ');
   size_t size = buf.size() + n;
   if (size > buf.capacity()) {
-    // Room for a next growth of the same kind too, so that it writes its blanks in place
-    // without moving the text; room not yet written holds no memory.
-    buf.reserve(std::max(size, std::min(2 * size, size_t(kMaxBufferLength))));
+    // Room for the next growth or two as well (each at least doubles the text), which then
+    // write their blanks in place without moving the text; room not yet written holds no
+    // memory.
+    buf.reserve(std::max(size, std::min(4 * size, size_t(kMaxBufferLength))));
     platform::adviseHugePages(buf.data(), buf.capacity() * sizeof(char16_t));
   }
   for (; n > block.size(); n -= block.size())

@@ -15,7 +15,7 @@ namespace zrk::files {
 inline constexpr int64_t kMaxBufferLength = std::numeric_limits<int32_t>::max();
 
 // Adds `n` blanks behind the text, copied in blocks. When the text must move, it gets room for
-// twice its new size; a large growth asks for huge pages.
+// four times its new size; a large growth asks for huge pages.
 void appendBlanks(Text& buf, size_t n);
 
 // Copies the characters of `from` to `to`.
