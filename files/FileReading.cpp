@@ -12,8 +12,8 @@
 namespace zrk {
 namespace {
 
-// The binary read: every byte of the file. An empty file makes an array with no room for the
-// bytes, which is a subscript failure.
+// The binary read takes every byte of the file into an array of the file's length; an empty
+// file makes an array with no room, which is a subscript failure.
 void requireBytes(const platform::FileImage& file) {
   if (file.bytes().empty()) throw Failure(err::SubscriptOutOfRange);
 }
