@@ -1,7 +1,10 @@
 // Whole-file byte reads: the string read and the page image give the same bytes and failures.
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <functional>
+#include <thread>
 
 #include <zrkKVL/Failure.h>
 #include "platform/FileIO.h"
@@ -41,6 +44,36 @@ TEST(FileBytes, FilesThatStateNoSizeAreReadToTheirEnd) {
   FileImage image(u"/proc/self/cmdline");
   EXPECT_FALSE(viaString.empty());
   EXPECT_EQ(image.bytes(), viaString);
+}
+
+TEST(FileBytes, PipesAreReadToTheirEndWhateverTheirLength) {
+  // A pipe states no size and may give more than any first guess of room.
+  TempDir d;
+  std::string fifo = d / "pipe";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  for (size_t n : {size_t(10), (size_t(1) << 20) + 3}) {
+    std::string content = patterned(n);
+    auto feed = [&] {
+      return std::thread([&] {
+        int fd = ::open(fifo.c_str(), O_WRONLY);
+        for (size_t off = 0; fd >= 0 && off < content.size();) {
+          ssize_t w = ::write(fd, content.data() + off, content.size() - off);
+          if (w <= 0) break;
+          off += size_t(w);
+        }
+        ::close(fd);
+      });
+    };
+    std::thread writer = feed();
+    EXPECT_EQ(readNativeBytes(fifo), content) << n;
+    writer.join();
+    writer = feed();
+    {
+      FileImage image(T(fifo));
+      EXPECT_EQ(image.bytes(), content) << n;
+    }
+    writer.join();
+  }
 }
 
 TEST(FileBytes, GivenBackPagesLeaveTheRestIntact) {
