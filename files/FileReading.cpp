@@ -4,6 +4,7 @@
 #include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
+#include "files/NumberText.h"
 #include "files/TextOps.h"
 #include "platform/CodePage.h"
 #include "platform/FileIO.h"
@@ -11,12 +12,10 @@
 namespace zrk {
 namespace {
 
-// The binary read: every byte of the file. An empty file makes an array with no room for the
-// bytes, which is a subscript failure.
-std::string readBinary(TextView path) {
-  std::string bytes = platform::readAllBytes(path);
-  if (bytes.empty()) throw Failure(err::SubscriptOutOfRange);
-  return bytes;
+// The binary read takes every byte of the file into an array of the file's length; an empty
+// file makes an array with no room, which is a subscript failure.
+void requireBytes(const platform::FileImage& file) {
+  if (file.bytes().empty()) throw Failure(err::SubscriptOutOfRange);
 }
 
 bool hasNonBlank(TextView s) {
@@ -67,13 +66,11 @@ Text clsKVN::ReadBinaryFileToString(Text fileStr) {
   frame.run(
       [&] {
         frame.line(1);
-        std::string bytes = readBinary(fileStr);
+        platform::FileImage file(fileStr);
+        requireBytes(file);
         frame.line(2);
-        Text buf;
-        int32_t len = 0;
-        files::appendNumberText(buf, len, bytes, 10);
-        frame.line(3);
-        result = trimBlanks(buf);
+        // The number text has no blanks of its own, so the trimmed text is its used part.
+        result = files::numberText(file, 10, files::SpareTail::Trimmed);
       },
       [&](FailureInfo& f) {
         if (f.Number == err::FileNotFound) f.Description = notFoundWords(fileStr);
@@ -87,11 +84,9 @@ Text clsKVN::BinRead(Text FileName) {
   MethodFrame frame(u"BinRead");  // reports line 0
   frame.run(
       [&] {
-        std::string bytes = readBinary(FileName);
-        Text buf;
-        int32_t len = 0;
-        files::appendNumberText(buf, len, bytes, 10);
-        result = std::move(buf);
+        platform::FileImage file(FileName);
+        requireBytes(file);
+        result = files::numberText(file, 10, files::SpareTail::Kept);
       },
       [&](FailureInfo& f) {
         if (f.Number == err::FileNotFound) f.Description += u" [" + FileName + u"]";
@@ -103,11 +98,9 @@ Text clsKVN::HexRead(Text FileName) {
   Text result;
   MethodFrame frame(u"HexRead");  // reports line 0
   frame.run([&] {
-    std::string bytes = readBinary(FileName);
-    Text buf;
-    int32_t len = 0;
-    files::appendNumberText(buf, len, bytes, 16);
-    result = std::move(buf);
+    platform::FileImage file(FileName);
+    requireBytes(file);
+    result = files::numberText(file, 16, files::SpareTail::Kept);
   });
   return result;
 }

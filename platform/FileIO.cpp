@@ -2,15 +2,18 @@
 #include "platform/FileIO.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <bitset>
 #include <cerrno>
 #include <mutex>
 
 #include <zrkKVL/Failure.h>
 #include "platform/CodePage.h"
+#include "platform/HugePages.h"
 #include "platform/Paths.h"
 #include "platform/SysCalls.h"
 
@@ -28,12 +31,46 @@ Failure openFailure(int e) {
   return failureFromErrno(e);
 }
 
-int openForReading(const std::string& p) {
-  struct stat st;
-  if (::stat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) throw Failure(err::PathFileAccessError);
+// Opens a file for a whole read and gives the size the file system states for it (0 for files
+// whose size shows only by reading them, such as those under /proc).
+FileHandle openForReading(const std::string& p, size_t& statedSize) {
   int fd = sys::open(p.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) throw openFailure(errno);
-  return fd;
+  if (fd < 0) {
+    int e = errno;
+    struct stat st;
+    if (::stat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) throw Failure(err::PathFileAccessError);
+    throw openFailure(e);
+  }
+  FileHandle h(fd);
+  struct stat st;
+  if (::fstat(fd, &st) != 0) throw failureFromErrno(errno);
+  if (S_ISDIR(st.st_mode)) throw Failure(err::PathFileAccessError);
+  statedSize = st.st_size > 0 ? size_t(st.st_size) : 0;
+  return h;
+}
+
+// Reads into `dst` until its `room` is full or the file ends; gives the count read.
+size_t readUpTo(int fd, char* dst, size_t room) {
+  size_t have = 0;
+  while (have < room) {
+    ssize_t n = ::read(fd, dst + have, room - have);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      throw failureFromErrno(errno);
+    }
+    if (n == 0) break;
+    have += size_t(n);
+  }
+  return have;
+}
+
+size_t pageSize() {
+  static const size_t size = size_t(::sysconf(_SC_PAGESIZE));
+  return size;
+}
+
+size_t roundUpToPage(size_t n) {
+  return (n + pageSize() - 1) / pageSize() * pageSize();
 }
 
 std::string checkedNativePath(TextView path) {
@@ -85,23 +122,56 @@ std::string readAllBytes(TextView path) {
 }
 
 std::string readNativeBytes(const std::string& path) {
-  FileHandle h(openForReading(path));
-  struct stat st;
-  size_t expected = (::fstat(h.fd(), &st) == 0 && st.st_size > 0) ? size_t(st.st_size) : 0;
-  std::string bytes(expected + 1, '\0');  // one more, to see a file that grew
-  size_t have = 0;
-  for (;;) {
-    if (have == bytes.size()) bytes.resize(bytes.size() * 2 + 65536);
-    ssize_t n = ::read(h.fd(), bytes.data() + have, bytes.size() - have);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      throw failureFromErrno(errno);
-    }
+  size_t stated = 0;
+  FileHandle h = openForReading(path, stated);
+  std::string bytes(stated, '\0');
+  size_t have = readUpTo(h.fd(), bytes.data(), bytes.size());
+  // A file that grew since its size was asked for, or that states none, is read on to its end.
+  while (have == bytes.size()) {
+    char more[16384];
+    size_t n = readUpTo(h.fd(), more, sizeof more);
     if (n == 0) break;
-    have += size_t(n);
+    bytes.append(more, n);
+    have += n;
   }
   bytes.resize(have);
   return bytes;
+}
+
+FileImage::FileImage(TextView path) {
+  size_t stated = 0;
+  FileHandle h = openForReading(checkedNativePath(path), stated);
+  // Room for one byte more than stated, so the end of the file shows without a second buffer.
+  mapped_ = roundUpToPage(stated + 1);
+  void* p = ::mmap(nullptr, mapped_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (p == MAP_FAILED) throw Failure(err::OutOfMemory);
+  base_ = static_cast<char*>(p);
+  adviseHugePages(base_, mapped_);
+  try {
+    for (;;) {
+      size_ += readUpTo(h.fd(), base_ + size_, mapped_ - size_);
+      if (size_ < mapped_) break;
+      // The file grew, or states no size: twice the room, and read on.
+      p = ::mremap(base_, mapped_, mapped_ * 2, MREMAP_MAYMOVE);
+      if (p == MAP_FAILED) throw Failure(err::OutOfMemory);
+      base_ = static_cast<char*>(p);
+      mapped_ *= 2;
+    }
+  } catch (...) {
+    ::munmap(base_, mapped_);
+    throw;
+  }
+}
+
+FileImage::~FileImage() {
+  if (base_) ::munmap(base_ + released_, mapped_ - released_);
+}
+
+void FileImage::release(size_t offset) {
+  size_t upTo = std::min(offset, size_) / pageSize() * pageSize();
+  if (upTo <= released_) return;
+  ::munmap(base_ + released_, upTo - released_);
+  released_ = upTo;
 }
 
 TextInputFile::TextInputFile(TextView path) : bytes_(readAllBytes(path)) {}

@@ -49,6 +49,26 @@ std::string readAllBytes(TextView path);
 // The same for a native path, as it stands.
 std::string readNativeBytes(const std::string& nativePath);
 
+// The whole content of a file in pages of its own, with the failures of readAllBytes. A reader
+// that makes something large of the bytes hands back the pages it has used as it goes, so the
+// bytes and what is made of them are not held whole side by side.
+class FileImage {
+ public:
+  explicit FileImage(TextView path);
+  ~FileImage();
+  FileImage(const FileImage&) = delete;
+  FileImage& operator=(const FileImage&) = delete;
+  std::string_view bytes() const { return {base_, size_}; }
+  // Gives back the whole pages before `offset`; the bytes there must not be read again.
+  void release(size_t offset);
+
+ private:
+  char* base_ = nullptr;
+  size_t size_ = 0;
+  size_t mapped_ = 0;
+  size_t released_ = 0;
+};
+
 // Lines of a text read: CR LF or a lone CR ends a line; a lone LF stays in the line. A last line
 // without an end counts; an empty file has no lines.
 class TextInputFile {
