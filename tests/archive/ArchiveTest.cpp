@@ -54,7 +54,7 @@ class Archive : public ReportingTest {
   std::string archiveOf(const std::vector<Text>& records, const std::string& name = "arc.zrk") {
     Text lengths, body;
     for (const Text& r : records) {
-      lengths += archive::lengthListEntry(int64_t(r.size()));
+      lengths += platform::fromAnsi(archive::lengthListEntry(int64_t(r.size())));
       body += r;
     }
     std::string path = root / ("in/" + name);
