@@ -46,6 +46,7 @@ int32_t maxExpandedLength(size_t streamLength) {
 char* WorkBuffer::reserve(size_t size) {
   if (size + kLineEnd > capacity_) {
     bytes_.reset();  // the old bytes are not needed: give their memory back first
+    capacity_ = 0;
     bytes_.reset(new char[size + kLineEnd]);
     capacity_ = size + kLineEnd;
   }
