@@ -2,6 +2,7 @@
 #include "compress/ArchiveFormat.h"
 
 #include <algorithm>
+#include <string>
 
 #include <zrkKVL/Failure.h>
 #include "files/TextOps.h"
@@ -9,10 +10,10 @@
 
 namespace zrk::archive {
 
-Text lengthListEntry(int64_t recordLength) {
-  Text digits = decimal(recordLength);
+std::string lengthListEntry(int64_t recordLength) {
+  std::string digits = std::to_string(recordLength);
   if (digits.size() > 9) throw Failure(err::Overflow);
-  return decimal(int64_t(digits.size())) + digits;
+  return std::to_string(digits.size()) + digits;
 }
 
 namespace {
@@ -55,22 +56,66 @@ Text bytesFromHexText(TextView numbers) {
   return buf;
 }
 
-Text mid(TextView s, int64_t start, int64_t count) {
+namespace {
+
+// 1-based cuts with the interface's checks, for text and bytes alike.
+template <class View>
+View midOf(View s, int64_t start, int64_t count) {
   if (start < 1 || count < 0) throw Failure(err::InvalidCall);
-  if (start > int64_t(s.size())) return Text();
-  return Text(
-      s.substr(size_t(start - 1), size_t(std::min<int64_t>(count, int64_t(s.size()) - start + 1))));
+  if (start > int64_t(s.size())) return View();
+  return s.substr(size_t(start - 1),
+                  size_t(std::min<int64_t>(count, int64_t(s.size()) - start + 1)));
+}
+
+template <class View>
+View leftOf(View s, int64_t count) {
+  if (count < 0) throw Failure(err::InvalidCall);
+  return s.substr(0, size_t(std::min<int64_t>(count, int64_t(s.size()))));
+}
+
+template <class View>
+View rightOf(View s, int64_t count) {
+  if (count < 0) throw Failure(err::InvalidCall);
+  if (count >= int64_t(s.size())) return s;
+  return s.substr(s.size() - size_t(count));
+}
+
+}  // namespace
+
+Text mid(TextView s, int64_t start, int64_t count) {
+  return Text(midOf(s, start, count));
 }
 
 Text left(TextView s, int64_t count) {
-  if (count < 0) throw Failure(err::InvalidCall);
-  return Text(s.substr(0, size_t(std::min<int64_t>(count, int64_t(s.size())))));
+  return Text(leftOf(s, count));
 }
 
 Text right(TextView s, int64_t count) {
-  if (count < 0) throw Failure(err::InvalidCall);
-  if (count >= int64_t(s.size())) return Text(s);
-  return Text(s.substr(s.size() - size_t(count)));
+  return Text(rightOf(s, count));
+}
+
+std::string_view mid(std::string_view s, int64_t start, int64_t count) {
+  return midOf(s, start, count);
+}
+
+std::string_view left(std::string_view s, int64_t count) {
+  return leftOf(s, count);
+}
+
+std::string_view right(std::string_view s, int64_t count) {
+  return rightOf(s, count);
+}
+
+int32_t numberFromBytes(std::string_view s) {
+  constexpr size_t kPlainDigits = 9;  // below 10^9: always inside the 32-bit range
+  if (!s.empty() && s.size() <= kPlainDigits &&
+      std::all_of(s.begin(), s.end(), [](char c) { return c >= '0' && c <= '9'; })) {
+    int32_t n = 0;
+    for (char c : s)
+      n = n * 10 + (c - '0');
+    return n;
+  }
+  return files::numberFromText(platform::fromAnsi(s));
 }
 
 bool isSafeMemberName(TextView name) {

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <string_view>
 
 #include <zrkKVL/Text.h>
 
@@ -9,11 +11,12 @@ namespace zrk::archive {
 
 // The byte between the magic, the length list and the records, and inside each record.
 inline constexpr char16_t kSeparator = u'\x10';
-inline constexpr TextView kMagic = u"ZRKArch";
+inline constexpr char kSeparatorByte = '\x10';
+inline constexpr std::string_view kMagic = "ZRKArch";
 
 // One length-list entry: the digit count of `recordLength`, then its digits. Failure 6 for a
 // record too long to be told in one digit's worth of digits.
-Text lengthListEntry(int64_t recordLength);
+std::string lengthListEntry(int64_t recordLength);
 
 // The characters whose byte values the hexadecimal pieces between "/" give, built in a growing
 // buffer (spare blanks behind the used part); empty pieces are skipped.
@@ -24,6 +27,14 @@ Text bytesFromHexText(TextView numbers);
 Text mid(TextView s, int64_t start, int64_t count);
 Text left(TextView s, int64_t count);
 Text right(TextView s, int64_t count);
+// The same cuts over bytes, as views.
+std::string_view mid(std::string_view s, int64_t start, int64_t count);
+std::string_view left(std::string_view s, int64_t count);
+std::string_view right(std::string_view s, int64_t count);
+
+// The whole number that bytes give as text, as files::numberFromText gives it for their
+// characters: up to nine plain digits are read directly, anything else goes the text's way.
+int32_t numberFromBytes(std::string_view s);
 
 // Whether a stored name stays inside the output folder: not empty, not "." or "..", and
 // without "/" or "\".

@@ -4,6 +4,7 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 #include <string>
 
@@ -12,52 +13,28 @@
 #include "core/MethodFrame.h"
 #include "platform/CodePage.h"
 
+// A failed uncompress reports how much it wrote from zlib 1.2.9 on; the clearing relies on that.
+static_assert(ZLIB_VERNUM >= 0x1290, "zlib 1.2.9 or later is needed");
+
 namespace zrk {
+namespace compression {
 namespace {
 
-// The work buffer's size for a length n: 1 percent plus 12 over n, summed in double precision in
-// that order and rounded half to even. A negative size cannot be made (failure 5); one beyond the
-// 32-bit range overflows (failure 6).
+int compressDefault(Bytef* dest, uLongf* destLen, const Bytef* source, uLong sourceLen) {
+  return ::compress(dest, destLen, source, sourceLen);
+}
+
+int uncompressStream(Bytef* dest, uLongf* destLen, const Bytef* source, uLong sourceLen) {
+  return ::uncompress(dest, destLen, source, sourceLen);
+}
+
+}  // namespace
+
 int32_t workBufferSize(double n) {
   int32_t size = roundToLong(n * 0.01 + n + 12);
   if (size < 0) throw Failure(err::InvalidCall);
   return size;
 }
-
-using ZlibCall = int (*)(Bytef*, uLongf*, const Bytef*, uLong);
-
-struct ZlibResult {
-  Text text;
-  bool whole = false;
-};
-
-// One zlib call into a work buffer of `size` bytes. The size variable takes zlib's count only
-// when the call delivered a whole result; otherwise it keeps the buffer's size, so a bad stream
-// gives the whole buffer: what was expanded, then the NULs behind it. Every stored format counts
-// on that. The public operations drop the status: it raises nothing.
-ZlibResult runZlib(ZlibCall call, const Text& input, int32_t size) {
-  std::string source = platform::toAnsi(input);
-  std::string buffer(size_t(size), '\0');
-  uLongf delivered = uLongf(size);
-  int32_t sizeVariable = size;
-  bool whole = call(reinterpret_cast<Bytef*>(buffer.data()), &delivered,
-                    reinterpret_cast<const Bytef*>(source.data()), uLong(source.size())) == Z_OK;
-  if (whole) sizeVariable = int32_t(delivered);
-  buffer.resize(size_t(sizeVariable));
-  return {platform::fromAnsi(buffer), whole};
-}
-
-int compressDefault(Bytef* dest, uLongf* destLen, const Bytef* source, uLong sourceLen) {
-  return compress(dest, destLen, source, sourceLen);
-}
-
-int uncompressStream(Bytef* dest, uLongf* destLen, const Bytef* source, uLong sourceLen) {
-  return uncompress(dest, destLen, source, sourceLen);
-}
-
-}  // namespace
-
-namespace compression {
 
 int32_t maxExpandedLength(size_t streamLength) {
   // Deflate gives at most 258 bytes for two bits; the margin covers headers and block ends.
@@ -66,25 +43,67 @@ int32_t maxExpandedLength(size_t streamLength) {
   return int32_t(std::min<int64_t>(n, std::numeric_limits<int32_t>::max()));
 }
 
+char* WorkBuffer::reserve(size_t size) {
+  if (size + kLineEnd > capacity_) {
+    bytes_.reset();  // the old bytes are not needed: give their memory back first
+    capacity_ = 0;
+    bytes_.reset(new char[size + kLineEnd]);
+    capacity_ = size + kLineEnd;
+  }
+  return bytes_.get();
+}
+
+// One zlib call into a work buffer of `size` bytes. The size variable takes zlib's count only
+// when the call delivered a whole result; otherwise it keeps the buffer's size, so a bad stream
+// gives the whole buffer: what was expanded, then the NULs behind it. Every stored format counts
+// on that. zlib writes nothing beyond the count it reports, also on a failed call, so only the
+// bytes behind that count need clearing then.
+WorkBuffer::Result WorkBuffer::run(ZlibCall call, std::string_view source, int32_t size) {
+  char* out = reserve(size_t(size));
+  uLongf delivered = uLongf(size);
+  bool whole = call(reinterpret_cast<Bytef*>(out), &delivered,
+                    reinterpret_cast<const Bytef*>(source.data()), uLong(source.size())) == Z_OK;
+  if (whole) return {std::string_view(out, size_t(delivered)), true};
+  size_t written = std::min<size_t>(delivered, size_t(size));
+  std::memset(out + written, 0, size_t(size) - written);
+  return {std::string_view(out, size_t(size)), false};
+}
+
+WorkBuffer::Result WorkBuffer::compress(std::string_view bytes) {
+  return run(compressDefault, bytes, workBufferSize(double(bytes.size())));
+}
+
+WorkBuffer::Result WorkBuffer::expand(std::string_view stream, int32_t origSize) {
+  return run(uncompressStream, stream, workBufferSize(double(origSize)));
+}
+
+std::string_view WorkBuffer::lineFrom(size_t from, size_t used) {
+  bytes_[used] = '\r';
+  bytes_[used + 1] = '\n';
+  return std::string_view(bytes_.get() + from, used + kLineEnd - from);
+}
+
 std::optional<Text> expandWhole(const Text& stream, int32_t origSize) {
-  ZlibResult r = runZlib(uncompressStream, stream, workBufferSize(double(origSize)));
+  WorkBuffer buffer;
+  WorkBuffer::Result r = buffer.expand(platform::toAnsi(stream), origSize);
   if (!r.whole) return std::nullopt;
-  return std::move(r.text);
+  return platform::fromAnsi(r.bytes);
 }
 
 }  // namespace compression
 
+// The public operations drop zlib's status: it raises nothing.
 Text clsKVN::CompressString(Text TheString) {
   return noTrap([&] {
-    int32_t size = workBufferSize(double(TheString.size()));
-    return runZlib(compressDefault, TheString, size).text;
+    compression::WorkBuffer buffer;
+    return platform::fromAnsi(buffer.compress(platform::toAnsi(TheString)).bytes);
   });
 }
 
 Text clsKVN::DecompressString(Text TheString, int32_t OrigSize) {
   return noTrap([&] {
-    int32_t size = workBufferSize(double(OrigSize));
-    return runZlib(uncompressStream, TheString, size).text;
+    compression::WorkBuffer buffer;
+    return platform::fromAnsi(buffer.expand(platform::toAnsi(TheString), OrigSize).bytes);
   });
 }
 

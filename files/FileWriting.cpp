@@ -40,6 +40,28 @@ void addFileName(FailureInfo& f, TextView name) {
   f.Description += u" [" + Text(name) + u"]";
 }
 
+// Replaces the file with what `write` puts into it, reporting a failure as WriteFile, with the
+// step that was running.
+template <class Write>
+void writeWhole(TextView name, Write&& write) {
+  MethodFrame frame(u"WriteFile");
+  frame.run(
+      [&] {
+        frame.line(kOpenLine);
+        platform::OutputFile out(name, platform::OutputFile::Mode::Output);
+        frame.line(kWriteLine);
+        try {
+          write(out);
+        } catch (const Failure&) {
+          keepWhatWasWritten(out);
+          throw;
+        }
+        frame.line(kCloseLine);
+        out.close();
+      },
+      [&](FailureInfo& f) { addFileName(f, name); });
+}
+
 }  // namespace
 
 void files::reportWriteFailure(TextView name, FailureInfo failure) {
@@ -48,22 +70,15 @@ void files::reportWriteFailure(TextView name, FailureInfo failure) {
 }
 
 void clsKVN::WriteFile(Text FName, Variant fData) {
-  MethodFrame frame(u"WriteFile");
-  frame.run(
-      [&] {
-        frame.line(kOpenLine);
-        platform::OutputFile out(FName, platform::OutputFile::Mode::Output);
-        frame.line(kWriteLine);
-        try {
-          writeLines(out, fData);
-        } catch (const Failure&) {
-          keepWhatWasWritten(out);
-          throw;
-        }
-        frame.line(kCloseLine);
-        out.close();
-      },
-      [&](FailureInfo& f) { addFileName(f, FName); });
+  writeWhole(FName, [&](platform::OutputFile& out) { writeLines(out, fData); });
+}
+
+void files::writeLine(TextView name, std::initializer_list<std::string_view> pieces) {
+  writeWhole(name, [&](platform::OutputFile& out) {
+    for (std::string_view piece : pieces)
+      out.writeBytes(piece);
+    out.writeBytes("\r\n");
+  });
 }
 
 void clsKVN::AppendFile(Text FName, Variant fData) {

@@ -8,6 +8,7 @@
 
 #include "compress/ArchiveFormat.h"
 #include "files/LoggedFailures.h"
+#include "files/TextOps.h"
 #include "platform/CodePage.h"
 
 namespace zrk::test {
@@ -54,7 +55,7 @@ class Archive : public ReportingTest {
   std::string archiveOf(const std::vector<Text>& records, const std::string& name = "arc.zrk") {
     Text lengths, body;
     for (const Text& r : records) {
-      lengths += archive::lengthListEntry(int64_t(r.size()));
+      lengths += platform::fromAnsi(archive::lengthListEntry(int64_t(r.size())));
       body += r;
     }
     std::string path = root / ("in/" + name);
@@ -66,6 +67,22 @@ class Archive : public ReportingTest {
   }
   std::string out(const std::string& name) { return readBytes(root / ("out/" + name)); }
 };
+
+// The numbers of a record read from bytes are what the interface makes of the same text, the
+// failures included, on both sides of the direct way for plain digits.
+TEST_F(Archive, NumbersFromBytesAreReadAsTheirText) {
+  const std::string texts[] = {"0",          "7",          "000000012",   "123456789", "1234567890",
+                               "2147483647", "2147483648", "00000000001", "",          " 5",
+                               "5 ",         "-3",         "+4",          "&H1F",      "1e3",
+                               "3.5",        "x",          "1 2",         "\x10"};
+  for (const std::string& t : texts) {
+    int32_t expected = 0, got = 0;
+    int32_t expectedFailure = failureOf([&] { expected = files::numberFromText(T(t)); });
+    EXPECT_EQ(failureOf([&] { got = archive::numberFromBytes(t); }), expectedFailure) << t;
+    EXPECT_EQ(got, expected) << t;
+  }
+  EXPECT_EQ(archive::numberFromBytes("123456789"), 123456789);
+}
 
 TEST_F(Archive, TheTwoExampleElementsGiveExactly63Bytes) {
   std::string path = root / "in/ex.zrk";

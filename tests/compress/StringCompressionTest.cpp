@@ -1,6 +1,7 @@
 // Strings as zlib streams: exact bytes, the work buffer, bad streams, round trips.
 #include <string>
 
+#include "compress/StringCompression.h"
 #include "platform/CodePage.h"
 #include "support/TestSupport.h"
 
@@ -73,6 +74,38 @@ TEST_F(StringCompression, EveryByteRoundTrips) {
     Text stream = kvn->CompressString(text);
     EXPECT_EQ(ansi(kvn->DecompressString(stream, int32_t(text.size()))), in);
   }
+}
+
+// One buffer kept over many streams gives what a fresh one gives: a failed stream behind a large
+// good one shows NULs behind what it expanded, never the bytes of the earlier result.
+TEST_F(StringCompression, AKeptWorkBufferGivesWhatAFreshOneGives) {
+  std::string big;
+  for (int i = 0; i < 50000; ++i)
+    big += char('a' + i % 23);
+  const std::string bigStream = ansi(kvn->CompressString(bytes(big)));
+  const std::string abcStream = ansi(kvn->CompressString(u"abc"));
+  struct Case {
+    std::string stream;
+    int32_t origSize;
+    bool whole;
+  } cases[] = {
+      {bigStream, 50000, true},
+      {"no stream here", 10, false},                              // 22 NULs
+      {bigStream.substr(0, bigStream.size() / 2), 40000, false},  // cut: then NULs
+      {bigStream, 100, false},                                    // too large for the buffer
+      {abcStream, 0, true},
+      {abcStream.substr(0, abcStream.size() - 4), 1000, false},  // no check value
+      {"", 0, false},
+  };
+  compression::WorkBuffer kept;
+  for (const Case& c : cases) {
+    compression::WorkBuffer::Result r = kept.expand(c.stream, c.origSize);
+    EXPECT_EQ(r.whole, c.whole) << c.origSize;
+    EXPECT_EQ(bytes(r.bytes), kvn->DecompressString(bytes(c.stream), c.origSize)) << c.origSize;
+    const size_t used = r.bytes.size();
+    EXPECT_EQ(kept.lineFrom(used / 2, used), std::string(r.bytes.substr(used / 2)) + "\r\n");
+  }
+  EXPECT_EQ(std::string(kept.compress("abc").bytes), abcStream);
 }
 
 TEST_F(StringCompression, ReachableByName) {

@@ -1,0 +1,65 @@
+// The members of one extraction: stored names, damaged records and the question before them.
+#include "compress/ArchiveMembers.h"
+
+#include "compress/ArchiveFormat.h"
+#include "core/mdlKVN.h"
+#include "files/FileWriting.h"
+#include "platform/Dialogs.h"
+#include "platform/FileSystemObject.h"
+#include "platform/Paths.h"
+
+namespace zrk::archive {
+namespace {
+
+constexpr TextView kQuestionTitle = u"Confirmation Required!";
+
+// The folder that holds a file, as the file object names it.
+Text folderOf(const platform::FileInfo& file) {
+  return file.ParentFolderPath.empty() ? Text(u".") : file.ParentFolderPath;
+}
+
+Text outputFolder(const Text& archiveName, const std::optional<Text>& diffDir) {
+  platform::FileInfo file = mdlKVN::SharedFileSystem().GetFile(archiveName);
+  return diffDir && !diffDir->empty() ? *diffDir : folderOf(file);
+}
+
+}  // namespace
+
+MemberOutput::MemberOutput(const Text& archiveName, const std::optional<Text>& diffDir)
+    : archiveName_(archiveName), folder_(outputFolder(archiveName, diffDir)), out_(folder_) {}
+
+void MemberOutput::write(const Text& name, std::string_view line) {
+  try {
+    out_.writeFile(name, line);
+  } catch (const Failure& f) {
+    files::reportWriteFailure(folder_ + u"/" + name, f.info());
+  }
+}
+
+void MemberOutput::writeNamed(const Text& name, std::string_view line) {
+  if (isSafeMemberName(name)) {
+    write(name, line);
+  } else {
+    files::reportWriteFailure(folder_ + u"/" + name, Failure(err::PathFileAccessError).info());
+  }
+}
+
+bool MemberOutput::writeDamaged(std::string_view line) {
+  ++damaged_;
+  Text archiveFile = platform::fileNameOf(archiveName_);
+  Text base = left(archiveFile, int64_t(archiveFile.size()) - 4);
+  if (!agreed_ && mdlKVN::ShowMessageBox(damagedArchiveQuestion(archiveName_), platform::mb::YesNo,
+                                         kQuestionTitle) != platform::mb::Yes) {
+    return false;
+  }
+  write(damagedRecordName(base, damaged_, !agreed_), line);
+  agreed_ = true;
+  return true;
+}
+
+void MemberOutput::finish() {
+  for (auto& [name, failure] : out_.finish())
+    files::reportWriteFailure(folder_ + u"/" + name, failure.info());
+}
+
+}  // namespace zrk::archive

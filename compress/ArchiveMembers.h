@@ -1,0 +1,40 @@
+// Where one extraction puts the archive's members: the output folder, the stored names that are
+// refused, and the damaged records with the one question before the first of them.
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+#include <zrkKVL/Text.h>
+#include "platform/ExtractionFolder.h"
+
+namespace zrk::archive {
+
+class MemberOutput {
+ public:
+  // The folder is `diffDir` when given and not empty, else the folder that holds the archive.
+  MemberOutput(const Text& archiveName, const std::optional<Text>& diffDir);
+
+  // Writes `line` (the content and its line end) as the member `name`. A name that would leave
+  // the output folder is refused and reported, and nothing is written anywhere.
+  void writeNamed(const Text& name, std::string_view line);
+
+  // Counts a damaged record and writes `line` (the whole element and its line end) under the
+  // archive's base name. Before the first one the user is asked; false when the answer is not
+  // Yes, and nothing is written then.
+  bool writeDamaged(std::string_view line);
+
+  // Puts the written members in place and reports those that could not be.
+  void finish();
+
+ private:
+  void write(const Text& name, std::string_view line);
+
+  Text archiveName_;
+  Text folder_;
+  platform::ExtractionFolder out_;
+  int32_t damaged_ = 0;
+  bool agreed_ = false;
+};
+
+}  // namespace zrk::archive
