@@ -1,0 +1,155 @@
+// Per-thread cache of INI files read whole, keyed by what stat says of them.
+#include "platform/ProfileCache.h"
+
+#include <fcntl.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace zrk::platform {
+namespace {
+
+// The cache of this thread while it lives; a write noticed before it is made or after it is
+// gone (a thread's last log line) has nothing to drop.
+thread_local ProfileCache* tLiveCache = nullptr;
+
+int64_t nanoseconds(const struct timespec& t) {
+  return int64_t(t.tv_sec) * 1000000000 + t.tv_nsec;
+}
+
+// The tick of the clock the file system stamps files with.
+int64_t fileClockTick() {
+  static const int64_t tick = [] {
+    struct timespec res;
+    return ::clock_getres(CLOCK_REALTIME_COARSE, &res) == 0 ? nanoseconds(res) : 10000000;
+  }();
+  return tick;
+}
+
+int64_t fileClockNow() {
+  struct timespec now;
+  ::clock_gettime(CLOCK_REALTIME_COARSE, &now);
+  return nanoseconds(now);
+}
+
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  ~Descriptor() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int fd() const { return fd_; }
+
+ private:
+  int fd_;
+};
+
+// Reads to the end into `entry`, starting with room for `expected` bytes and one more, so
+// that a file of the size stat gave is read without copying.
+bool readAll(int fd, size_t expected, CachedProfile& entry) {
+  size_t capacity = expected + 1;
+  entry.data = std::make_unique_for_overwrite<char[]>(capacity);
+  entry.size = 0;
+  for (;;) {
+    if (entry.size == capacity) {
+      capacity = capacity * 2 + 65536;
+      auto grown = std::make_unique_for_overwrite<char[]>(capacity);
+      std::memcpy(grown.get(), entry.data.get(), entry.size);
+      entry.data = std::move(grown);
+    }
+    ssize_t n = ::read(fd, entry.data.get() + entry.size, capacity - entry.size);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) return false;
+    if (n == 0) return true;
+    entry.size += size_t(n);
+  }
+}
+
+}  // namespace
+
+ProfileKey ProfileKey::of(const struct stat& st) {
+  return ProfileKey{st.st_dev, st.st_ino, st.st_size, nanoseconds(st.st_mtim),
+                    nanoseconds(st.st_ctim)};
+}
+
+ProfileCache& ProfileCache::forThread() {
+  struct Owned {
+    Owned() { tLiveCache = &cache; }
+    ~Owned() { tLiveCache = nullptr; }
+    ProfileCache cache;
+  };
+  thread_local Owned owned;
+  return owned.cache;
+}
+
+CachedProfile* ProfileCache::load(const ResolvedPath& file) {
+  uncached_.reset();
+  if (!file.found || file.isFolder()) return nullptr;
+  ProfileKey key = ProfileKey::of(file.st);
+  auto hit =
+      std::find_if(entries_.begin(), entries_.end(), [&](const auto& e) { return e->key == key; });
+  if (hit != entries_.end()) {
+    if ((*hit)->trusted) {
+      std::rotate(entries_.begin(), hit, hit + 1);
+      ++entries_.front()->uses;
+      return entries_.front().get();
+    }
+    entries_.erase(hit);
+  }
+  std::unique_ptr<CachedProfile> entry = read(file.native);
+  if (!entry) return nullptr;
+  entry->uses = 1;
+  if (!entry->trusted || entry->size > kMaxBytes) {
+    uncached_ = std::move(entry);
+    return uncached_.get();
+  }
+  keep(std::move(entry));
+  return entries_.front().get();
+}
+
+std::unique_ptr<CachedProfile> ProfileCache::read(const std::string& nativePath) {
+  int64_t started = fileClockNow();
+  Descriptor file(::open(nativePath.c_str(), O_RDONLY | O_CLOEXEC));
+  struct stat st;
+  if (file.fd() < 0 || ::fstat(file.fd(), &st) != 0 || S_ISDIR(st.st_mode)) return nullptr;
+  auto entry = std::make_unique<CachedProfile>();
+  if (!readAll(file.fd(), st.st_size > 0 ? size_t(st.st_size) : 0, *entry)) return nullptr;
+  entry->key = ProfileKey::of(st);
+  // Only a regular file whose times lie a tick before the read can be told apart from every
+  // later state of itself; anything else is read again on the next lookup.
+  int64_t settled = started - fileClockTick();
+  entry->trusted = S_ISREG(st.st_mode) && entry->key.mtimeNs < settled &&
+                   entry->key.ctimeNs < settled && entry->size == size_t(st.st_size);
+  return entry;
+}
+
+void ProfileCache::keep(std::unique_ptr<CachedProfile> entry) {
+  entries_.insert(entries_.begin(), std::move(entry));
+  size_t total = 0, kept = 0;
+  while (kept < entries_.size() && kept < kEntries && total + entries_[kept]->size <= kMaxBytes) {
+    total += entries_[kept]->size;
+    ++kept;
+  }
+  entries_.resize(std::max<size_t>(kept, 1));
+}
+
+void ProfileCache::forget(dev_t dev, ino_t ino) {
+  std::erase_if(entries_, [&](const auto& e) { return e->key.dev == dev && e->key.ino == ino; });
+  if (uncached_ && uncached_->key.dev == dev && uncached_->key.ino == ino) uncached_.reset();
+}
+
+void ProfileCache::clear() {
+  entries_.clear();
+  uncached_.reset();
+}
+
+void forgetCachedProfile(const struct stat& written) {
+  if (tLiveCache) tLiveCache->forget(written.st_dev, written.st_ino);
+}
+
+}  // namespace zrk::platform
