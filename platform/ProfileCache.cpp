@@ -49,6 +49,10 @@ class Descriptor {
   int fd_;
 };
 
+bool isBlank(char c) {
+  return c == ' ' || c == '\t';
+}
+
 // Reads to the end into `entry`, starting with room for `expected` bytes and one more, so
 // that a file of the size stat gave is read without copying.
 bool readAll(int fd, size_t expected, CachedProfile& entry) {
@@ -71,6 +75,20 @@ bool readAll(int fd, size_t expected, CachedProfile& entry) {
 }
 
 }  // namespace
+
+std::vector<size_t> findSectionHeads(std::string_view bytes) {
+  std::vector<size_t> heads;
+  const char* data = bytes.data();
+  const char* stop = data + bytes.size();
+  for (const char* at = data;
+       (at = static_cast<const char*>(std::memchr(at, '[', size_t(stop - at)))); ++at) {
+    const char* begin = at;
+    while (begin > data && isBlank(begin[-1]))
+      --begin;
+    if (begin == data || begin[-1] == '\r' || begin[-1] == '\n') heads.push_back(size_t(at - data));
+  }
+  return heads;
+}
 
 ProfileKey ProfileKey::of(const struct stat& st) {
   return ProfileKey{st.st_dev, st.st_ino, st.st_size, nanoseconds(st.st_mtim),
@@ -119,6 +137,7 @@ std::unique_ptr<CachedProfile> ProfileCache::read(const std::string& nativePath)
   if (file.fd() < 0 || ::fstat(file.fd(), &st) != 0 || S_ISDIR(st.st_mode)) return nullptr;
   auto entry = std::make_unique<CachedProfile>();
   if (!readAll(file.fd(), st.st_size > 0 ? size_t(st.st_size) : 0, *entry)) return nullptr;
+  entry->heads = findSectionHeads(entry->bytes());
   entry->key = ProfileKey::of(st);
   // Only a regular file whose times lie a tick before the read can be told apart from every
   // later state of itself; anything else is read again on the next lookup.

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -34,18 +35,25 @@ Bytes trim(Bytes s) {
   return s;
 }
 
-unsigned char fold(unsigned char c) {
-  if (c >= 'a' && c <= 'z') return c - 32;
-  if (c >= 0xE0 && c <= 0xFE && c != 0xF7) return c - 32;
-  if (c == 0x9A || c == 0x9C || c == 0x9E) return c - 0x10;
-  if (c == 0xFF) return 0x9F;
-  return c;
+// The code page's upper case of each byte, for comparing names.
+constexpr std::array<unsigned char, 256> kFolded = [] {
+  std::array<unsigned char, 256> t{};
+  for (int c = 0; c < 256; ++c) {
+    t[c] = (c >= 'a' && c <= 'z') || (c >= 0xE0 && c <= 0xFE && c != 0xF7) ? c - 32
+           : (c == 0x9A || c == 0x9C || c == 0x9E)                         ? c - 0x10
+           : c == 0xFF                                                     ? 0x9F
+                                                                           : c;
+  }
+  return t;
+}();
+
+unsigned char fold(char c) {
+  return kFolded[static_cast<unsigned char>(c)];
 }
 
 bool sameName(Bytes a, Bytes b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return fold(static_cast<unsigned char>(x)) == fold(static_cast<unsigned char>(y));
-         });
+  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(),
+                                            [](char x, char y) { return fold(x) == fold(y); });
 }
 
 struct Line {
@@ -92,43 +100,57 @@ void forEachLine(Bytes all, Fn&& fn, size_t pos = 0) {
   }
 }
 
-// Calls fn(line) for each section head in file order until it gives false. Only a line whose
-// first character other than a blank is "[" can be one: they are found by jumping from one "["
-// to the next, so the lines between are not looked at.
+// The line starting at `begin`.
+Line lineAt(Bytes all, size_t begin) {
+  std::optional<Line> line;
+  forEachLine(
+      all,
+      [&](const Line& l) {
+        line = l;
+        return false;
+      },
+      begin);
+  return *line;
+}
+
+// The line whose first character other than a blank is the "[" at `head`.
+Line headLine(Bytes all, size_t head) {
+  size_t begin = head;
+  while (begin > 0 && isBlank(all[begin - 1]))
+    --begin;
+  return lineAt(all, begin);
+}
+
+// Calls fn(line) for each section head in file order until it gives false.
 template <class Fn>
-void forEachSectionHead(Bytes all, Fn&& fn) {
-  for (size_t at = 0; (at = all.find('[', at)) != Bytes::npos; ++at) {
-    size_t begin = at;
-    while (begin > 0 && isBlank(all[begin - 1]))
-      --begin;
-    if (begin > 0 && all[begin - 1] != '\r' && all[begin - 1] != '\n') continue;
-    bool more = true;
-    forEachLine(
-        all,
-        [&](const Line& l) {
-          if (l.kind == Line::Kind::Section) more = fn(l);
-          return false;
-        },
-        begin);
-    if (!more) return;
+void forEachSectionHead(const CachedProfile& p, Fn&& fn) {
+  for (size_t head : p.heads) {
+    Line l = headLine(p.bytes(), head);
+    if (l.kind == Line::Kind::Section && !fn(l)) return;
   }
 }
 
-// Where the first line after the header of section `name` starts.
-std::optional<size_t> sectionBody(Bytes all, Bytes name) {
-  std::optional<size_t> body;
-  forEachSectionHead(all, [&](const Line& l) {
-    if (sameName(l.name, name)) body = l.next;
-    return !body;
-  });
-  return body;
+// Whether the head whose "[" stands at `at` can be named `name`: behind the "[" and its blanks
+// stand the name's bytes, then a blank or "]". Compared from the end, where names of one family
+// tend to differ. This only sorts out the heads that need no closer look.
+bool mayBeNamed(Bytes all, size_t at, Bytes name) {
+  size_t from = at + 1;
+  while (from < all.size() && isBlank(all[from]))
+    ++from;
+  if (all.size() - from <= name.size()) return false;
+  char after = all[from + name.size()];
+  if (after != ']' && !isBlank(after)) return false;
+  for (size_t i = name.size(); i-- > 0;) {
+    if (fold(all[from + i]) != fold(name[i])) return false;
+  }
+  return true;
 }
 
 // A name as the comparison sees it, for the lookup tables.
 std::string folded(Bytes name) {
   std::string out(name);
   for (char& c : out)
-    c = char(fold(static_cast<unsigned char>(c)));
+    c = char(fold(c));
   return out;
 }
 
@@ -138,11 +160,19 @@ bool usesTables(const CachedProfile& p) {
   return p.uses > 1;
 }
 
+// Where the first line after the header of section `name` starts.
 std::optional<size_t> sectionBody(CachedProfile& p, Bytes name) {
-  if (!usesTables(p)) return sectionBody(p.bytes(), name);
+  if (!usesTables(p)) {
+    for (size_t head : p.heads) {
+      if (!mayBeNamed(p.bytes(), head, name)) continue;
+      Line l = headLine(p.bytes(), head);
+      if (l.kind == Line::Kind::Section && sameName(l.name, name)) return l.next;
+    }
+    return std::nullopt;
+  }
   if (!p.sections) {
     p.sections.emplace();
-    forEachSectionHead(p.bytes(), [&](const Line& l) {
+    forEachSectionHead(p, [&](const Line& l) {
       p.sections->try_emplace(folded(l.name), l.next);
       return true;
     });
@@ -185,15 +215,6 @@ std::optional<Bytes> keyValue(CachedProfile& p, Bytes section, Bytes key) {
   return value;
 }
 
-std::vector<Line> parseLines(Bytes all) {
-  std::vector<Line> lines;
-  forEachLine(all, [&](const Line& l) {
-    lines.push_back(l);
-    return true;
-  });
-  return lines;
-}
-
 // Calls fn(line) for each line of the first section named `name` until it gives false; gives
 // whether the section exists.
 template <class Fn>
@@ -205,27 +226,24 @@ bool forEachLineOfSection(CachedProfile& p, Bytes name, Fn&& fn) {
   return true;
 }
 
-// Index range [first, last) of the first section named `name`, header at first - 1.
-struct SectionRange {
-  size_t header, first, last;
+// The first section named `name`: its head line, and where the next section's head starts.
+struct SectionSpan {
+  Line head;
+  size_t end;
 };
 
-std::optional<SectionRange> findSection(const std::vector<Line>& lines, Bytes name) {
-  for (size_t i = 0; i < lines.size(); ++i) {
-    if (lines[i].kind != Line::Kind::Section || !sameName(lines[i].name, name)) continue;
-    size_t j = i + 1;
-    while (j < lines.size() && lines[j].kind != Line::Kind::Section)
-      ++j;
-    return SectionRange{i, i + 1, j};
+std::optional<SectionSpan> findSection(Bytes all, Bytes name) {
+  std::optional<SectionSpan> span;
+  for (size_t at : findSectionHeads(all)) {
+    Line l = headLine(all, at);
+    if (l.kind != Line::Kind::Section) continue;
+    if (span) {
+      span->end = l.begin;
+      break;
+    }
+    if (sameName(l.name, name)) span = SectionSpan{l, all.size()};
   }
-  return std::nullopt;
-}
-
-std::optional<size_t> findKey(const std::vector<Line>& lines, const SectionRange& s, Bytes key) {
-  for (size_t i = s.first; i < s.last; ++i) {
-    if (lines[i].kind == Line::Kind::Key && sameName(lines[i].name, key)) return i;
-  }
-  return std::nullopt;
+  return span;
 }
 
 Bytes unquote(Bytes v) {
@@ -302,13 +320,11 @@ bool endsInLineEnd(Bytes all) {
 
 std::optional<std::string> edited(Bytes all, Bytes section, const std::string* key,
                                   const std::string* value) {
-  std::vector<Line> lines = parseLines(all);
-  auto sec = findSection(lines, section);
+  auto sec = findSection(all, section);
   const std::string eol(lineEndOf(all));
   if (!key) {  // delete the section with its keys
     if (!sec) return std::nullopt;
-    size_t to = sec->last < lines.size() ? lines[sec->last].begin : all.size();
-    return spliced(all, lines[sec->header].begin, to, {});
+    return spliced(all, sec->head.begin, sec->end, {});
   }
   if (!sec) {
     if (!value) return std::nullopt;
@@ -318,22 +334,25 @@ std::optional<std::string> edited(Bytes all, Bytes section, const std::string* k
     tail.append(*key).append("=").append(*value).append(eol);
     return std::string(all) + tail;
   }
-  auto at = findKey(lines, *sec, *key);
+  std::optional<Line> at;
+  Line lastKey = sec->head;  // a new key goes behind the section's last key line
+  forEachLine(
+      all,
+      [&](const Line& l) {
+        if (l.kind == Line::Kind::Section) return false;
+        if (l.kind != Line::Kind::Key) return true;
+        if (sameName(l.name, *key)) at = l;
+        lastKey = l;
+        return !at;
+      },
+      sec->head.next);
   if (!value) {
     if (!at) return std::nullopt;
-    return spliced(all, lines[*at].begin, lines[*at].next, {});
+    return spliced(all, at->begin, at->next, {});
   }
-  if (at) {
-    const Line& l = lines[*at];
-    return spliced(all, l.begin, l.end, std::string(l.name) + "=" + *value);
-  }
-  size_t after = sec->header;
-  for (size_t i = sec->first; i < sec->last; ++i) {
-    if (lines[i].kind == Line::Kind::Key) after = i;
-  }
-  const Line& l = lines[after];
-  std::string insert = (l.next == l.end ? eol : "") + *key + "=" + *value + eol;
-  return spliced(all, l.next, l.next, insert);
+  if (at) return spliced(all, at->begin, at->end, std::string(at->name) + "=" + *value);
+  std::string insert = (lastKey.next == lastKey.end ? eol : "") + *key + "=" + *value + eol;
+  return spliced(all, lastKey.next, lastKey.next, insert);
 }
 
 // Whether a write can be read back and adds no line of its own: no line end anywhere, no "]"
@@ -381,7 +400,7 @@ int32_t GetPrivateProfileStringA(const Text* section, const Text* key, TextView 
   CachedProfile* p = loadProfile(ResolvedPath::of(file));
   if (!p) return list.put(buffer);
   if (!section) {
-    forEachSectionHead(p->bytes(), [&](const Line& l) { return list.add(l.name); });
+    forEachSectionHead(*p, [&](const Line& l) { return list.add(l.name); });
     return list.put(buffer);
   }
   std::string sectionBytes = toAnsi(*section);
