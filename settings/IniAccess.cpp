@@ -90,7 +90,7 @@ Text clsKVN::GetIniKey(Text iSect, Text iKey, Text iFile) {
         frame.line(1);
         // One stat answers both whether the file exists and whether its cached content holds.
         platform::ResolvedPath file = platform::ResolvedPath::of(iFile);
-        if (iFile.empty() || !mdlKVN::SharedFileSystem().FileExists(file)) return;
+        if (!mdlKVN::SharedFileSystem().FileExists(file)) return;
         if (iKey.find(u'=') == Text::npos) {
           frame.line(2);
           result = platform::profileString(iSect, iKey, u"", kValueSize, file);
