@@ -111,13 +111,10 @@ CachedProfile* ProfileCache::load(const ResolvedPath& file) {
   ProfileKey key = ProfileKey::of(file.st);
   auto hit =
       std::find_if(entries_.begin(), entries_.end(), [&](const auto& e) { return e->key == key; });
-  if (hit != entries_.end()) {
-    if ((*hit)->trusted) {
-      std::rotate(entries_.begin(), hit, hit + 1);
-      ++entries_.front()->uses;
-      return entries_.front().get();
-    }
-    entries_.erase(hit);
+  if (hit != entries_.end()) {  // only content that can be trusted is kept
+    std::rotate(entries_.begin(), hit, hit + 1);
+    ++entries_.front()->uses;
+    return entries_.front().get();
   }
   std::unique_ptr<CachedProfile> entry = read(file.native);
   if (!entry) return nullptr;
@@ -148,6 +145,7 @@ std::unique_ptr<CachedProfile> ProfileCache::read(const std::string& nativePath)
 }
 
 void ProfileCache::keep(std::unique_ptr<CachedProfile> entry) {
+  forget(entry->key.dev, entry->key.ino);  // an older state of the same file
   entries_.insert(entries_.begin(), std::move(entry));
   size_t total = 0, kept = 0;
   while (kept < entries_.size() && kept < kEntries && total + entries_[kept]->size <= kMaxBytes) {

@@ -79,6 +79,40 @@ std::string randomFile(std::mt19937& rng) {
   return out;
 }
 
+void letTimesSettle() {
+  struct timespec tick;
+  ASSERT_EQ(::clock_getres(CLOCK_REALTIME_COARSE, &tick), 0);
+  std::this_thread::sleep_for(std::chrono::nanoseconds(2 * tick.tv_nsec) +
+                              std::chrono::milliseconds(2));
+}
+
+TEST(ProfileCache, KeepsAFewFilesAndOneStateOfEach) {
+  test::TempDir d;
+  const size_t files = ProfileCache::kEntries + 2;
+  for (size_t i = 0; i < files; ++i)
+    test::writeBytes(d / ("f" + std::to_string(i) + ".ini"), "[S]\r\nk=" + std::to_string(i));
+  letTimesSettle();
+  ProfileCache& cache = ProfileCache::forThread();
+  cache.clear();
+  auto lookup = [&](size_t i) {
+    return profileString(u"S", u"k", u"", 255,
+                         ResolvedPath::of(T(d / ("f" + std::to_string(i) + ".ini"))));
+  };
+  EXPECT_EQ(lookup(0), u"0");
+  EXPECT_EQ(lookup(1), u"1");
+  EXPECT_EQ(cache.entryCount(), 2u);
+  // A new state of a kept file takes the place of the old one.
+  test::writeBytes(d / "f1.ini", "[S]\r\nk=changed");
+  letTimesSettle();
+  EXPECT_EQ(lookup(1), u"changed");
+  EXPECT_EQ(cache.entryCount(), 2u);
+  for (size_t i = 0; i < files; ++i)
+    EXPECT_EQ(lookup(i), i == 1 ? Text(u"changed") : T(std::to_string(i)));
+  EXPECT_EQ(cache.entryCount(), ProfileCache::kEntries);
+  cache.clear();
+  EXPECT_EQ(cache.entryCount(), 0u);
+}
+
 TEST(ProfileCache, TablesGiveWhatTheSearchGives) {
   test::TempDir d;
   std::mt19937 rng(20261123);
@@ -87,10 +121,7 @@ TEST(ProfileCache, TablesGiveWhatTheSearchGives) {
     files.push_back(randomFile(rng));
     test::writeBytes(d / ("f" + std::to_string(i) + ".ini"), files.back());
   }
-  struct timespec tick;
-  ASSERT_EQ(::clock_getres(CLOCK_REALTIME_COARSE, &tick), 0);
-  std::this_thread::sleep_for(std::chrono::nanoseconds(2 * tick.tv_nsec) +
-                              std::chrono::milliseconds(2));
+  letTimesSettle();
   const Text sections[] = {u"A", u"a", u"B", u"C", u"c", u"", u"AA", u"[A", u"none"};
   const Text keys[] = {u"k", u"K", u"x", u"y", u"z", u"a", u"kk", u"none"};
   ProfileCache& cache = ProfileCache::forThread();
