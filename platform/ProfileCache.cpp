@@ -20,19 +20,20 @@ int64_t nanoseconds(const struct timespec& t) {
   return int64_t(t.tv_sec) * 1000000000 + t.tv_nsec;
 }
 
-// The tick of the clock the file system stamps files with.
-int64_t fileClockTick() {
-  static const int64_t tick = [] {
-    struct timespec res;
-    return ::clock_getres(CLOCK_REALTIME_COARSE, &res) == 0 ? nanoseconds(res) : 10000000;
-  }();
-  return tick;
-}
-
+// The clock the file system stamps files with: a later change of a file gets a stamp no
+// earlier than what this clock says now.
 int64_t fileClockNow() {
   struct timespec now;
   ::clock_gettime(CLOCK_REALTIME_COARSE, &now);
   return nanoseconds(now);
+}
+
+// Whether a stamp lies before `now` by more than the file system's step, judged from the stamp
+// itself: a file system that keeps whole seconds (two on FAT) gives no nanoseconds, one that
+// keeps microseconds or milliseconds gives whole thousands of them.
+bool stampedBefore(const struct timespec& stamp, int64_t now) {
+  int64_t step = stamp.tv_nsec == 0 ? 2000000000 : stamp.tv_nsec % 1000 == 0 ? 1000000 : 0;
+  return nanoseconds(stamp) + step < now;
 }
 
 class Descriptor {
@@ -136,11 +137,10 @@ std::unique_ptr<CachedProfile> ProfileCache::read(const std::string& nativePath)
   if (!readAll(file.fd(), st.st_size > 0 ? size_t(st.st_size) : 0, *entry)) return nullptr;
   entry->heads = findSectionHeads(entry->bytes());
   entry->key = ProfileKey::of(st);
-  // Only a regular file whose times lie a tick before the read can be told apart from every
-  // later state of itself; anything else is read again on the next lookup.
-  int64_t settled = started - fileClockTick();
-  entry->trusted = S_ISREG(st.st_mode) && entry->key.mtimeNs < settled &&
-                   entry->key.ctimeNs < settled && entry->size == size_t(st.st_size);
+  // Only a regular file whose stamps lie before the read can be told apart from every later
+  // state of itself; anything else is read again on the next lookup.
+  entry->trusted = S_ISREG(st.st_mode) && stampedBefore(st.st_mtim, started) &&
+                   stampedBefore(st.st_ctim, started) && entry->size == size_t(st.st_size);
   return entry;
 }
 

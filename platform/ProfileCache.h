@@ -23,11 +23,12 @@ namespace zrk::platform {
 // time (in ns) and usually the size, a replace-by-rename the inode, and a write that puts the
 // old modification time back still changes the inode-change time.
 //
-// What the key cannot see is a write by someone else that keeps the size and lands within the
-// same tick of the file system's clock as the write before it: both times stay equal. That
-// can only matter for a file read within that tick, so content read while its times were not
-// yet a tick older than the read is not trusted: the next lookup reads it again. Our own
-// writes drop the entry outright.
+// What the key cannot see is a write by someone else that keeps the size and gets the same
+// stamps as the state before it: a write within one step of the file system's clock, or of its
+// stamps where they are coarser than that clock. That can only happen to a file changed no
+// earlier than the moment it was read, so content whose stamps were not yet behind the clock
+// when the read began is not trusted: the next lookup reads it again. Our own writes drop the
+// entry outright.
 struct ProfileKey {
   dev_t dev;
   ino_t ino;
@@ -45,7 +46,7 @@ struct CachedProfile {
   ProfileKey key{};
   std::unique_ptr<char[]> data;
   size_t size = 0;
-  bool trusted = false;  // read when its times were at least a tick old
+  bool trusted = false;  // read when its stamps lay behind the file system's clock
   int uses = 0;          // lookups served, the first included
 
   std::string_view bytes() const { return {data.get(), size}; }

@@ -1,11 +1,7 @@
 // Lookups through the tables built over a kept file give what the plain search of the file
 // gives, and what a line-by-line reading of the rules gives, on files made at random.
-#include <time.h>
-
-#include <chrono>
 #include <optional>
 #include <random>
-#include <thread>
 
 #include "platform/ProfileCache.h"
 #include "platform/ProfileOps.h"
@@ -79,19 +75,12 @@ std::string randomFile(std::mt19937& rng) {
   return out;
 }
 
-void letTimesSettle() {
-  struct timespec tick;
-  ASSERT_EQ(::clock_getres(CLOCK_REALTIME_COARSE, &tick), 0);
-  std::this_thread::sleep_for(std::chrono::nanoseconds(2 * tick.tv_nsec) +
-                              std::chrono::milliseconds(2));
-}
-
 TEST(ProfileCache, KeepsAFewFilesAndOneStateOfEach) {
   test::TempDir d;
   const size_t files = ProfileCache::kEntries + 2;
   for (size_t i = 0; i < files; ++i)
     test::writeBytes(d / ("f" + std::to_string(i) + ".ini"), "[S]\r\nk=" + std::to_string(i));
-  letTimesSettle();
+  test::waitTillStampsLieBehind(d / ("f" + std::to_string(files - 1) + ".ini"));
   ProfileCache& cache = ProfileCache::forThread();
   cache.clear();
   auto lookup = [&](size_t i) {
@@ -103,7 +92,7 @@ TEST(ProfileCache, KeepsAFewFilesAndOneStateOfEach) {
   EXPECT_EQ(cache.entryCount(), 2u);
   // A new state of a kept file takes the place of the old one.
   test::writeBytes(d / "f1.ini", "[S]\r\nk=changed");
-  letTimesSettle();
+  test::waitTillStampsLieBehind(d / "f1.ini");
   EXPECT_EQ(lookup(1), u"changed");
   EXPECT_EQ(cache.entryCount(), 2u);
   for (size_t i = 0; i < files; ++i)
@@ -121,7 +110,7 @@ TEST(ProfileCache, TablesGiveWhatTheSearchGives) {
     files.push_back(randomFile(rng));
     test::writeBytes(d / ("f" + std::to_string(i) + ".ini"), files.back());
   }
-  letTimesSettle();
+  test::waitTillStampsLieBehind(d / ("f" + std::to_string(files.size() - 1) + ".ini"));
   const Text sections[] = {u"A", u"a", u"B", u"C", u"c", u"", u"AA", u"[A", u"none"};
   const Text keys[] = {u"k", u"K", u"x", u"y", u"z", u"a", u"kk", u"none"};
   ProfileCache& cache = ProfileCache::forThread();

@@ -23,15 +23,6 @@ size_t cachedFiles() {
   return ProfileCache::forThread().entryCount();
 }
 
-// Waits until the clock the file system stamps files with has moved two ticks on, so that a
-// file written before is kept once read.
-void letTimesSettle() {
-  struct timespec tick;
-  ASSERT_EQ(::clock_getres(CLOCK_REALTIME_COARSE, &tick), 0);
-  std::this_thread::sleep_for(std::chrono::nanoseconds(2 * tick.tv_nsec) +
-                              std::chrono::milliseconds(2));
-}
-
 // Runs `fn` in a child process and waits for it.
 void inChild(const std::function<bool()>& fn) {
   pid_t pid = ::fork();
@@ -108,7 +99,7 @@ TEST_F(IniCache, EveryChangeIsSeen) {
     if (c.linked) {
       ASSERT_EQ(::link(path.c_str(), (path + ".link").c_str()), 0);
     }
-    letTimesSettle();
+    waitTillStampsLieBehind(path);
     ProfileCache::forThread().clear();
     ASSERT_EQ(kvn->GetIniKey(u"S", u"k", file), u"old");
     ASSERT_EQ(kvn->GetIniKey(u"s", u"K", file), u"old");
@@ -124,20 +115,27 @@ TEST_F(IniCache, EveryChangeIsSeen) {
   EXPECT_TRUE(dialogs->shown().empty());
 }
 
-TEST_F(IniCache, AFileJustWrittenIsReadAgainUntilItsTimesSettle) {
-  writeBytes(root / "fresh.ini", kOld);
+TEST_F(IniCache, AFileStampedAfterTheReadBeganIsNotKept) {
+  std::string path = root / "fresh.ini";
+  writeBytes(path, kOld);
+  struct timespec later[2];
+  ::clock_gettime(CLOCK_REALTIME, &later[0]);
+  later[0].tv_sec += 3600;
+  later[1] = later[0];
+  ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), later, 0), 0);
   Text file = root.text("fresh.ini");
   ProfileCache::forThread().clear();
   EXPECT_EQ(kvn->GetIniKey(u"S", u"k", file), u"old");
   EXPECT_EQ(cachedFiles(), 0u);
-  ASSERT_TRUE(overwriteInPlace(root / "fresh.ini", true));  // same size, same times
+  ASSERT_TRUE(overwriteInPlace(path, true));  // same size, same modification time
   EXPECT_EQ(kvn->GetIniKey(u"S", u"k", file), u"new");
 }
 
 TEST_F(IniCache, EachThreadHasItsOwn) {
-  writeBytes(root / "t.ini", kOld);
+  std::string path = root / "t.ini";
+  writeBytes(path, kOld);
   Text file = root.text("t.ini");
-  letTimesSettle();
+  waitTillStampsLieBehind(path);
   ProfileCache::forThread().clear();
   EXPECT_EQ(kvn->GetIniKey(u"S", u"k", file), u"old");
   ASSERT_EQ(cachedFiles(), 1u);
@@ -145,10 +143,11 @@ TEST_F(IniCache, EachThreadHasItsOwn) {
   std::promise<void> cached, written, unloaded;
   std::future<void> writtenDone = written.get_future();
   Text seenBefore, seenAfter;
-  size_t keptBefore = 0, keptAfterUnload = 99;
+  size_t keptBefore = 99, keptAfterRead = 0, keptAfterUnload = 99;
   std::thread other([&] {
     keptBefore = cachedFiles();
     seenBefore = kvn->GetIniKey(u"S", u"k", file);
+    keptAfterRead = cachedFiles();
     cached.set_value();
     writtenDone.wait();
     seenAfter = kvn->GetIniKey(u"S", u"k", file);
@@ -159,16 +158,18 @@ TEST_F(IniCache, EachThreadHasItsOwn) {
   cached.get_future().wait();
   EXPECT_EQ(cachedFiles(), 1u) << "the other thread's read adds nothing here";
   kvn->WriteIniKey(u"S", u"k", u"new", file);
-  EXPECT_EQ(cachedFiles(), 0u);
+  EXPECT_EQ(cachedFiles(), 0u) << "our write drops our entry";
+  waitTillStampsLieBehind(path);
+  EXPECT_EQ(kvn->GetIniKey(u"S", u"k", file), u"new");
+  EXPECT_EQ(cachedFiles(), 1u);
   written.set_value();
   unloaded.get_future().wait();
   other.join();
   EXPECT_EQ(keptBefore, 0u);
   EXPECT_EQ(seenBefore, u"old");
-  EXPECT_EQ(seenAfter, u"new") << "our write, seen by the other thread's cache";
+  EXPECT_EQ(keptAfterRead, 1u);
+  EXPECT_EQ(seenAfter, u"new") << "our write, seen through the other thread's cache";
   EXPECT_EQ(keptAfterUnload, 0u) << "Unload frees the thread's cache";
-  letTimesSettle();
-  EXPECT_EQ(kvn->GetIniKey(u"S", u"k", file), u"new");
   EXPECT_EQ(cachedFiles(), 1u) << "the other thread's Unload leaves this one's cache";
 }
 
