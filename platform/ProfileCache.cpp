@@ -9,6 +9,9 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/FileIO.h"
+#include "platform/SysCalls.h"
+
 namespace zrk::platform {
 namespace {
 
@@ -35,20 +38,6 @@ bool stampedBefore(const struct timespec& stamp, int64_t now) {
   int64_t step = stamp.tv_nsec == 0 ? 2000000000 : stamp.tv_nsec % 1000 == 0 ? 1000000 : 0;
   return nanoseconds(stamp) + step < now;
 }
-
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  ~Descriptor() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int fd() const { return fd_; }
-
- private:
-  int fd_;
-};
 
 bool isBlank(char c) {
   return c == ' ' || c == '\t';
@@ -130,7 +119,7 @@ CachedProfile* ProfileCache::load(const ResolvedPath& file) {
 
 std::unique_ptr<CachedProfile> ProfileCache::read(const std::string& nativePath) {
   int64_t started = fileClockNow();
-  Descriptor file(::open(nativePath.c_str(), O_RDONLY | O_CLOEXEC));
+  FileHandle file(sys::open(nativePath.c_str(), O_RDONLY | O_CLOEXEC));
   struct stat st;
   if (file.fd() < 0 || ::fstat(file.fd(), &st) != 0 || S_ISDIR(st.st_mode)) return nullptr;
   auto entry = std::make_unique<CachedProfile>();
