@@ -9,6 +9,7 @@
 #include "platform/EventPump.h"
 #include "platform/FileSystemObject.h"
 #include "platform/LibraryFolder.h"
+#include "platform/ProfileCache.h"
 
 namespace zrk::mdlKVN {
 namespace {
@@ -121,6 +122,7 @@ void ReleaseLibrary() {
   State& s = state();
   s.RootPath.clear();
   s.SharedFileSystem.reset();
+  platform::ProfileCache::forThread().clear();
   s.MainObject.reset();
 }
 

@@ -79,6 +79,8 @@ class TextInputFile {
   Text readLine();
   // The next line as raw bytes.
   std::string_view readLineBytes();
+  // Back to the first line, without reading the file again.
+  void rewind() { pos_ = 0; }
 
  private:
   FileNumber number_;

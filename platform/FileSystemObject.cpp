@@ -138,8 +138,11 @@ void copyTree(const std::string& from, const std::string& to) {
 }  // namespace
 
 bool FileSystemObject::FileExists(TextView path) const {
-  struct stat st;
-  return !path.empty() && statPath(nativePath(path), st) && !S_ISDIR(st.st_mode);
+  return !path.empty() && FileExists(ResolvedPath::of(path));
+}
+
+bool FileSystemObject::FileExists(const ResolvedPath& path) const {
+  return path.found && !path.isFolder();
 }
 
 bool FileSystemObject::FolderExists(TextView path) const {

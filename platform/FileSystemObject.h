@@ -6,6 +6,7 @@
 #include <vector>
 
 #include <zrkKVL/Text.h>
+#include "platform/Paths.h"
 
 namespace zrk::platform {
 
@@ -24,6 +25,8 @@ struct FolderInfo {
 class FileSystemObject {
  public:
   bool FileExists(TextView path) const;
+  // The same for a path resolved already.
+  bool FileExists(const ResolvedPath& path) const;
   bool FolderExists(TextView path) const;
   // Makes one folder whose parent exists: 58 if anything holds the name, 76 without a parent.
   void CreateFolder(TextView path) const;

@@ -4,6 +4,8 @@
 #include <dirent.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+
 namespace zrk::platform {
 namespace {
 
@@ -27,13 +29,15 @@ std::string findNoCase(const std::string& dir, TextView name) {
   return found;
 }
 
-}  // namespace
-
-bool isSeparator(char16_t c) {
-  return c == u'/' || c == u'\\';
+// The path as written, with "/" for every separator.
+std::string asWritten(TextView path) {
+  std::string out = toUtf8(path);
+  std::replace(out.begin(), out.end(), '\\', '/');
+  return out;
 }
 
-std::string nativePath(TextView path) {
+// Resolves component by component, matching a missing one without regard to case.
+std::string walkPath(TextView path) {
   std::string out;
   size_t i = 0;
   if (!path.empty() && isSeparator(path[0])) out.push_back('/'), i = 1;
@@ -58,6 +62,35 @@ std::string nativePath(TextView path) {
     i = j + 1;
   }
   return out;
+}
+
+}  // namespace
+
+bool isSeparator(char16_t c) {
+  return c == u'/' || c == u'\\';
+}
+
+// When the whole path exists as written, so does every folder on the way (the kernel walked
+// them all), and the walk would give the path as written: it is skipped.
+std::string nativePath(TextView path) {
+  std::string written = asWritten(path);
+  if (exists(written)) return written;
+  return walkPath(path);
+}
+
+ResolvedPath ResolvedPath::of(TextView path) {
+  ResolvedPath r;
+  r.native = asWritten(path);
+  if (::stat(r.native.c_str(), &r.st) == 0) {
+    r.found = true;
+    return r;
+  }
+  std::string walked = walkPath(path);
+  if (walked != r.native) {
+    r.native = std::move(walked);
+    r.found = ::stat(r.native.c_str(), &r.st) == 0;
+  }
+  return r;
 }
 
 Text parentOf(TextView path) {

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,6 +15,7 @@
 #include "platform/CodePage.h"
 #include "platform/FileIO.h"
 #include "platform/Paths.h"
+#include "platform/ProfileCache.h"
 #include "platform/SafeFile.h"
 
 namespace zrk::platform {
@@ -33,18 +35,25 @@ Bytes trim(Bytes s) {
   return s;
 }
 
-unsigned char fold(unsigned char c) {
-  if (c >= 'a' && c <= 'z') return c - 32;
-  if (c >= 0xE0 && c <= 0xFE && c != 0xF7) return c - 32;
-  if (c == 0x9A || c == 0x9C || c == 0x9E) return c - 0x10;
-  if (c == 0xFF) return 0x9F;
-  return c;
+// The code page's upper case of each byte, for comparing names.
+constexpr std::array<unsigned char, 256> kFolded = [] {
+  std::array<unsigned char, 256> t{};
+  for (int c = 0; c < 256; ++c) {
+    t[c] = (c >= 'a' && c <= 'z') || (c >= 0xE0 && c <= 0xFE && c != 0xF7) ? c - 32
+           : (c == 0x9A || c == 0x9C || c == 0x9E)                         ? c - 0x10
+           : c == 0xFF                                                     ? 0x9F
+                                                                           : c;
+  }
+  return t;
+}();
+
+unsigned char fold(char c) {
+  return kFolded[static_cast<unsigned char>(c)];
 }
 
 bool sameName(Bytes a, Bytes b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return fold(static_cast<unsigned char>(x)) == fold(static_cast<unsigned char>(y));
-         });
+  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(),
+                                            [](char x, char y) { return fold(x) == fold(y); });
 }
 
 struct Line {
@@ -91,68 +100,150 @@ void forEachLine(Bytes all, Fn&& fn, size_t pos = 0) {
   }
 }
 
-// Where the first line after the header of section `name` starts, found by jumping from one
-// "[" at the start of a line to the next, so the lines between are not looked at.
-std::optional<size_t> sectionBody(Bytes all, Bytes name) {
-  for (size_t at = 0; (at = all.find('[', at)) != Bytes::npos; ++at) {
-    size_t begin = at;
-    while (begin > 0 && isBlank(all[begin - 1]))
-      --begin;
-    if (begin > 0 && all[begin - 1] != '\r' && all[begin - 1] != '\n') continue;
-    std::optional<size_t> body;
-    forEachLine(
-        all,
-        [&](const Line& l) {
-          if (l.kind == Line::Kind::Section && sameName(l.name, name)) body = l.next;
-          return false;
-        },
-        begin);
-    if (body) return body;
-  }
-  return std::nullopt;
+// The line starting at `begin`.
+Line lineAt(Bytes all, size_t begin) {
+  std::optional<Line> line;
+  forEachLine(
+      all,
+      [&](const Line& l) {
+        line = l;
+        return false;
+      },
+      begin);
+  return *line;
 }
 
-std::vector<Line> parseLines(Bytes all) {
-  std::vector<Line> lines;
-  forEachLine(all, [&](const Line& l) {
-    lines.push_back(l);
-    return true;
-  });
-  return lines;
+// The line whose first character other than a blank is the "[" at `head`.
+Line headLine(Bytes all, size_t head) {
+  size_t begin = head;
+  while (begin > 0 && isBlank(all[begin - 1]))
+    --begin;
+  return lineAt(all, begin);
+}
+
+// Calls fn(line) for each section head in file order until it gives false.
+template <class Fn>
+void forEachSectionHead(const CachedProfile& p, Fn&& fn) {
+  for (size_t head : p.heads) {
+    Line l = headLine(p.bytes(), head);
+    if (l.kind == Line::Kind::Section && !fn(l)) return;
+  }
+}
+
+// Whether the head whose "[" stands at `at` can be named `name`: behind the "[" and its blanks
+// stand the name's bytes, then a blank or "]". Compared from the end, where names of one family
+// tend to differ. This only sorts out the heads that need no closer look.
+bool mayBeNamed(Bytes all, size_t at, Bytes name) {
+  size_t from = at + 1;
+  while (from < all.size() && isBlank(all[from]))
+    ++from;
+  if (all.size() - from <= name.size()) return false;
+  char after = all[from + name.size()];
+  if (after != ']' && !isBlank(after)) return false;
+  for (size_t i = name.size(); i-- > 0;) {
+    if (fold(all[from + i]) != fold(name[i])) return false;
+  }
+  return true;
+}
+
+// A name as the comparison sees it, for the lookup tables.
+std::string folded(Bytes name) {
+  std::string out(name);
+  for (char& c : out)
+    c = char(fold(c));
+  return out;
+}
+
+// A file read for the first time is searched as it stands: building tables would cost more
+// than the one search. From its second lookup on, the tables are built once and used.
+bool usesTables(const CachedProfile& p) {
+  return p.uses > 1;
+}
+
+// Where the first line after the header of section `name` starts.
+std::optional<size_t> sectionBody(CachedProfile& p, Bytes name) {
+  if (!usesTables(p)) {
+    for (size_t head : p.heads) {
+      if (!mayBeNamed(p.bytes(), head, name)) continue;
+      Line l = headLine(p.bytes(), head);
+      if (l.kind == Line::Kind::Section && sameName(l.name, name)) return l.next;
+    }
+    return std::nullopt;
+  }
+  if (!p.sections) {
+    p.sections.emplace();
+    forEachSectionHead(p, [&](const Line& l) {
+      p.sections->try_emplace(folded(l.name), l.next);
+      return true;
+    });
+  }
+  auto it = p.sections->find(folded(name));
+  if (it == p.sections->end()) return std::nullopt;
+  return it->second;
+}
+
+// The value of the first key `key` in the first section `section`, blanks trimmed.
+std::optional<Bytes> keyValue(CachedProfile& p, Bytes section, Bytes key) {
+  std::optional<size_t> body = sectionBody(p, section);
+  if (!body) return std::nullopt;
+  auto eachKey = [&](auto&& fn) {
+    forEachLine(
+        p.bytes(),
+        [&](const Line& l) {
+          if (l.kind == Line::Kind::Section) return false;
+          return l.kind != Line::Kind::Key || fn(l);
+        },
+        *body);
+  };
+  std::optional<Bytes> value;
+  if (!usesTables(p)) {
+    eachKey([&](const Line& l) {
+      if (sameName(l.name, key)) value = l.value;
+      return !value;
+    });
+    return value;
+  }
+  auto [keys, made] = p.keys.try_emplace(*body);
+  if (made) {
+    eachKey([&](const Line& l) {
+      keys->second.try_emplace(folded(l.name), l.value);
+      return true;
+    });
+  }
+  auto it = keys->second.find(folded(key));
+  if (it != keys->second.end()) value = it->second;
+  return value;
 }
 
 // Calls fn(line) for each line of the first section named `name` until it gives false; gives
 // whether the section exists.
 template <class Fn>
-bool forEachLineOfSection(Bytes all, Bytes name, Fn&& fn) {
-  std::optional<size_t> body = sectionBody(all, name);
+bool forEachLineOfSection(CachedProfile& p, Bytes name, Fn&& fn) {
+  std::optional<size_t> body = sectionBody(p, name);
   if (!body) return false;
   forEachLine(
-      all, [&](const Line& l) { return l.kind != Line::Kind::Section && fn(l); }, *body);
+      p.bytes(), [&](const Line& l) { return l.kind != Line::Kind::Section && fn(l); }, *body);
   return true;
 }
 
-// Index range [first, last) of the first section named `name`, header at first - 1.
-struct SectionRange {
-  size_t header, first, last;
+// The first section named `name`: its head line, and where the next section's head starts.
+struct SectionSpan {
+  Line head;
+  size_t end;
 };
 
-std::optional<SectionRange> findSection(const std::vector<Line>& lines, Bytes name) {
-  for (size_t i = 0; i < lines.size(); ++i) {
-    if (lines[i].kind != Line::Kind::Section || !sameName(lines[i].name, name)) continue;
-    size_t j = i + 1;
-    while (j < lines.size() && lines[j].kind != Line::Kind::Section)
-      ++j;
-    return SectionRange{i, i + 1, j};
+std::optional<SectionSpan> findSection(Bytes all, Bytes name) {
+  std::optional<SectionSpan> span;
+  for (size_t at : findSectionHeads(all)) {
+    Line l = headLine(all, at);
+    if (l.kind != Line::Kind::Section) continue;
+    if (span) {
+      span->end = l.begin;
+      break;
+    }
+    if (sameName(l.name, name)) span = SectionSpan{l, all.size()};
   }
-  return std::nullopt;
-}
-
-std::optional<size_t> findKey(const std::vector<Line>& lines, const SectionRange& s, Bytes key) {
-  for (size_t i = s.first; i < s.last; ++i) {
-    if (lines[i].kind == Line::Kind::Key && sameName(lines[i].name, key)) return i;
-  }
-  return std::nullopt;
+  return span;
 }
 
 Bytes unquote(Bytes v) {
@@ -162,47 +253,46 @@ Bytes unquote(Bytes v) {
   return v;
 }
 
-std::optional<std::string> readProfileFile(TextView file) {
-  if (file.empty()) return std::nullopt;
-  try {
-    return readAllBytes(file);
-  } catch (const Failure&) {
-    return std::nullopt;
-  }
+// The file's content through this thread's cache; nullptr when it cannot be read.
+CachedProfile* loadProfile(const ResolvedPath& file) {
+  return ProfileCache::forThread().load(file);
 }
 
-// Copies a value into the buffer, cut to size - 1 characters, NUL behind it.
-int32_t putValue(Bytes value, Text& buffer, int32_t size) {
-  if (size <= 0) return 0;
-  size_t n = std::min(value.size(), size_t(size - 1));
-  for (size_t i = 0; i < n; ++i)
-    buffer[i] = fromAnsiByte(static_cast<unsigned char>(value[i]));
-  buffer[n] = u'\0';
-  return int32_t(n);
-}
+// Entries each ended by NUL, collected until they fill a buffer of `size`: what lies beyond
+// would be cut away anyway.
+class NulList {
+ public:
+  explicit NulList(int32_t size) : size_(size) {}
+  // Gives false once the list is full.
+  bool add(Bytes entry) {
+    all_.append(entry).push_back('\0');
+    return all_.size() + 1 < size_t(std::max(size_, 0));
+  }
+  // Copies the entries plus a closing NUL; cut to two NULs and size - 2 when they do not fit.
+  int32_t put(Text& buffer) const {
+    if (size_ <= 0) return 0;
+    if (size_ < 2) {
+      buffer[0] = u'\0';
+      return 0;
+    }
+    if (all_.size() + 1 >= size_t(size_)) {
+      copy(Bytes(all_).substr(0, size_t(size_ - 2)), buffer);
+      buffer[size_ - 2] = buffer[size_ - 1] = u'\0';
+      return size_ - 2;
+    }
+    copy(all_, buffer);
+    buffer[all_.size()] = u'\0';
+    return int32_t(all_.size());
+  }
 
-// Copies entries each ended by NUL plus a closing NUL; cut to two NULs and size - 2 when the
-// list does not fit.
-int32_t putList(const std::vector<std::string>& entries, Text& buffer, int32_t size) {
-  if (size <= 0) return 0;
-  std::string all;
-  for (const auto& e : entries)
-    all.append(e).push_back('\0');
-  if (size < 2) {
-    buffer[0] = u'\0';
-    return 0;
+ private:
+  static void copy(Bytes bytes, Text& buffer) {
+    for (size_t i = 0; i < bytes.size(); ++i)
+      buffer[i] = fromAnsiByte(static_cast<unsigned char>(bytes[i]));
   }
-  if (all.size() + 1 >= size_t(size)) {
-    for (int32_t i = 0; i < size - 2; ++i)
-      buffer[i] = fromAnsiByte(static_cast<unsigned char>(all[i]));
-    buffer[size - 2] = buffer[size - 1] = u'\0';
-    return size - 2;
-  }
-  for (size_t i = 0; i < all.size(); ++i)
-    buffer[i] = fromAnsiByte(static_cast<unsigned char>(all[i]));
-  buffer[all.size()] = u'\0';
-  return int32_t(all.size());
-}
+  int32_t size_;
+  std::string all_;
+};
 
 std::string lineText(const Line& l) {
   if (l.kind != Line::Kind::Key) return std::string(l.text);
@@ -230,13 +320,11 @@ bool endsInLineEnd(Bytes all) {
 
 std::optional<std::string> edited(Bytes all, Bytes section, const std::string* key,
                                   const std::string* value) {
-  std::vector<Line> lines = parseLines(all);
-  auto sec = findSection(lines, section);
+  auto sec = findSection(all, section);
   const std::string eol(lineEndOf(all));
   if (!key) {  // delete the section with its keys
     if (!sec) return std::nullopt;
-    size_t to = sec->last < lines.size() ? lines[sec->last].begin : all.size();
-    return spliced(all, lines[sec->header].begin, to, {});
+    return spliced(all, sec->head.begin, sec->end, {});
   }
   if (!sec) {
     if (!value) return std::nullopt;
@@ -246,22 +334,25 @@ std::optional<std::string> edited(Bytes all, Bytes section, const std::string* k
     tail.append(*key).append("=").append(*value).append(eol);
     return std::string(all) + tail;
   }
-  auto at = findKey(lines, *sec, *key);
+  std::optional<Line> at;
+  Line lastKey = sec->head;  // a new key goes behind the section's last key line
+  forEachLine(
+      all,
+      [&](const Line& l) {
+        if (l.kind == Line::Kind::Section) return false;
+        if (l.kind != Line::Kind::Key) return true;
+        if (sameName(l.name, *key)) at = l;
+        lastKey = l;
+        return !at;
+      },
+      sec->head.next);
   if (!value) {
     if (!at) return std::nullopt;
-    return spliced(all, lines[*at].begin, lines[*at].next, {});
+    return spliced(all, at->begin, at->next, {});
   }
-  if (at) {
-    const Line& l = lines[*at];
-    return spliced(all, l.begin, l.end, std::string(l.name) + "=" + *value);
-  }
-  size_t after = sec->header;
-  for (size_t i = sec->first; i < sec->last; ++i) {
-    if (lines[i].kind == Line::Kind::Key) after = i;
-  }
-  const Line& l = lines[after];
-  std::string insert = (l.next == l.end ? eol : "") + *key + "=" + *value + eol;
-  return spliced(all, l.next, l.next, insert);
+  if (at) return spliced(all, at->begin, at->end, std::string(at->name) + "=" + *value);
+  std::string insert = (lastKey.next == lastKey.end ? eol : "") + *key + "=" + *value + eol;
+  return spliced(all, lastKey.next, lastKey.next, insert);
 }
 
 // Whether a write can be read back and adds no line of its own: no line end anywhere, no "]"
@@ -279,52 +370,56 @@ bool writableNames(Bytes section, const std::string* key, const std::string* val
 
 }  // namespace
 
-int32_t GetPrivateProfileStringA(const Text* section, const Text* key, TextView def, Text& buffer,
-                                 int32_t size, TextView file) {
-  std::string content = readProfileFile(file).value_or(std::string());
-  if (!section) {
-    std::vector<std::string> names;
-    forEachLine(content, [&](const Line& l) {
-      if (l.kind == Line::Kind::Section) names.emplace_back(l.name);
-      return true;
-    });
-    return putList(names, buffer, size);
-  }
-  if (!key) {
-    std::vector<std::string> names;
-    std::string sectionBytes = toAnsi(*section);
-    forEachLineOfSection(content, trim(sectionBytes), [&](const Line& l) {
-      if (l.kind == Line::Kind::Key) names.emplace_back(l.name);
-      return true;
-    });
-    return putList(names, buffer, size);
-  }
+Text profileString(const Text& section, const Text& key, TextView def, int32_t size,
+                   const ResolvedPath& file) {
   std::string defBytes = toAnsi(def);
   Bytes value = defBytes;
   while (!value.empty() && isBlank(value.back()))
     value.remove_suffix(1);
-  std::string sectionBytes = toAnsi(*section), keyBytes = toAnsi(*key);
+  std::string sectionBytes = toAnsi(section), keyBytes = toAnsi(key);
   Bytes s = trim(sectionBytes), k = trim(keyBytes);
   if (!s.empty() && !k.empty()) {
-    forEachLineOfSection(content, s, [&](const Line& l) {
-      if (l.kind != Line::Kind::Key || !sameName(l.name, k)) return true;
-      value = unquote(l.value);
-      return false;
-    });
+    if (CachedProfile* p = loadProfile(file)) {
+      if (auto found = keyValue(*p, s, k)) value = unquote(*found);
+    }
   }
-  return putValue(value, buffer, size);
+  if (size <= 0) return Text();
+  return fromAnsi(value.substr(0, std::min(value.size(), size_t(size - 1))));
+}
+
+int32_t GetPrivateProfileStringA(const Text* section, const Text* key, TextView def, Text& buffer,
+                                 int32_t size, TextView file) {
+  if (section && key) {
+    if (size <= 0) return 0;
+    Text value = profileString(*section, *key, def, size, ResolvedPath::of(file));
+    std::copy(value.begin(), value.end(), buffer.begin());
+    buffer[value.size()] = u'\0';
+    return int32_t(value.size());
+  }
+  NulList list(size);
+  CachedProfile* p = loadProfile(ResolvedPath::of(file));
+  if (!p) return list.put(buffer);
+  if (!section) {
+    forEachSectionHead(*p, [&](const Line& l) { return list.add(l.name); });
+    return list.put(buffer);
+  }
+  std::string sectionBytes = toAnsi(*section);
+  forEachLineOfSection(*p, trim(sectionBytes), [&](const Line& l) {
+    return l.kind != Line::Kind::Key || list.add(l.name);
+  });
+  return list.put(buffer);
 }
 
 int32_t GetPrivateProfileSectionA(TextView section, Text& buffer, int32_t size, TextView file) {
-  auto content = readProfileFile(file);
-  if (!content) return 0;
-  std::vector<std::string> entries;
+  CachedProfile* p = loadProfile(ResolvedPath::of(file));
+  if (!p) return 0;
+  NulList list(size);
   std::string sectionBytes = toAnsi(section);
-  bool found = forEachLineOfSection(*content, trim(sectionBytes), [&](const Line& l) {
-    if (l.kind == Line::Kind::Key || l.kind == Line::Kind::Other) entries.push_back(lineText(l));
-    return true;
+  bool found = forEachLineOfSection(*p, trim(sectionBytes), [&](const Line& l) {
+    bool entry = l.kind == Line::Kind::Key || l.kind == Line::Kind::Other;
+    return !entry || list.add(lineText(l));
   });
-  return found ? putList(entries, buffer, size) : 0;
+  return found ? list.put(buffer) : 0;
 }
 
 bool WritePrivateProfileStringA(const Text* section, const Text* key, const Text* value,

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include <zrkKVL/Text.h>
+#include "platform/Paths.h"
 
 namespace zrk::platform {
 
@@ -14,6 +15,11 @@ namespace zrk::platform {
 // `buffer` must hold at least `size` characters.
 int32_t GetPrivateProfileStringA(const Text* section, const Text* key, TextView def, Text& buffer,
                                  int32_t size, TextView file);
+
+// The key's value (or `def`, without its trailing blanks), cut to size - 1 characters, for a
+// file resolved already.
+Text profileString(const Text& section, const Text& key, TextView def, int32_t size,
+                   const ResolvedPath& file);
 
 // The section's lines as key=value, each ended by NUL, then one more NUL; gives the count
 // without that last NUL, 0 for an absent section or file.

@@ -13,6 +13,7 @@
 #include <functional>
 
 #include <zrkKVL/Failure.h>
+#include "platform/ProfileCache.h"
 #include "platform/SysCalls.h"
 
 namespace zrk::platform {
@@ -216,6 +217,7 @@ void FileReplacement::commit() {
     throw;
   }
   state_ = State::Committed;
+  if (old_) forgetCachedProfile(*old_);
 }
 
 // Room for the whole new content is taken first, so a full disk refuses before any old byte
@@ -284,6 +286,7 @@ std::string FileReplacement::stage() {
     commit();
     return {};
   }
+  if (old_) forgetCachedProfile(*old_);
   if (state_ != State::Open) fail(EIO);
   try {
     takeFinalMode();
@@ -336,6 +339,7 @@ int openForAppend(const std::string& path) {
   }
   int fd = sys::open(target.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
   if (fd < 0) fail(errno);
+  if (::fstat(fd, &st) == 0) forgetCachedProfile(st);
   return fd;
 }
 

@@ -88,13 +88,12 @@ Text clsKVN::GetIniKey(Text iSect, Text iKey, Text iFile) {
   frame.run(
       [&] {
         frame.line(1);
-        if (!mdlKVN::SharedFileSystem().FileExists(iFile)) return;
+        // One stat answers both whether the file exists and whether its cached content holds.
+        platform::ResolvedPath file = platform::ResolvedPath::of(iFile);
+        if (!mdlKVN::SharedFileSystem().FileExists(file)) return;
         if (iKey.find(u'=') == Text::npos) {
           frame.line(2);
-          Text buf(kValueSize, u'\0');
-          int32_t n =
-              platform::GetPrivateProfileStringA(&iSect, &iKey, u"", buf, kValueSize, iFile);
-          result = buf.substr(0, size_t(n));
+          result = platform::profileString(iSect, iKey, u"", kValueSize, file);
           return;
         }
         frame.line(3);
@@ -140,18 +139,17 @@ Variant clsKVN::ReadFile(Text fileStr) {
           return;
         }
         frame.line(2);
+        // The file is read once: its lines are counted, then taken, from the same bytes.
+        platform::TextInputFile in(fileStr);
         int32_t count = 0;
-        {
-          platform::TextInputFile in(fileStr);
-          while (!in.atEnd()) {
-            if (!in.readLineBytes().empty()) ++count;
-          }
+        while (!in.atEnd()) {
+          if (!in.readLineBytes().empty()) ++count;
         }
         frame.line(3);
         VariantArray lines;
         lines.items.assign(size_t(count) + 1, Variant(Text()));
         frame.line(4);
-        platform::TextInputFile in(fileStr);
+        in.rewind();
         for (int32_t index = 0; !in.atEnd();) {
           std::string_view line = in.readLineBytes();
           if (!line.empty()) lines.at(index++) = Variant(platform::fromAnsi(line));

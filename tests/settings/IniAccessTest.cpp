@@ -47,6 +47,42 @@ TEST_F(IniAccess, SectionListStopsAtItsBuffer) {
   EXPECT_EQ(got[102], u"");
 }
 
+TEST_F(IniAccess, SectionListAtItsBufferSize) {
+  // 101 names of 9 characters take 1010 with their NULs; the last name and those behind it
+  // decide whether the list fits in 1019 with its closing NUL.
+  std::string head;
+  std::vector<Text> names;
+  for (int i = 0; i < 101; ++i) {
+    std::string n = "Section" + std::to_string(100 + i).substr(1);
+    head += "[" + n + "]\r\n";
+    names.push_back(T(n));
+  }
+  struct Case {
+    size_t lastLength;
+    int behind;  // sections after the last
+    size_t lastKept;
+    const char16_t* cutBehind;  // what is left of the names behind it, if any
+  } cases[] = {
+      {6, 0, 6, nullptr},  // 1017 and the closing NUL: fits
+      {6, 1, 6, nullptr},  // one more name would need 1019: cut after the last, whole
+      {5, 1, 5, u"B"},     // the name behind keeps one character
+      {7, 0, 7, nullptr},  // fits exactly: still cut, the last name is whole
+      {8, 0, 7, nullptr},  // the last loses its end
+      {8, 3, 7, nullptr}, {40, 2, 7, nullptr},
+  };
+  for (const auto& c : cases) {
+    std::string ini = head + "[" + std::string(c.lastLength, 'Z') + "]\r\n";
+    for (int i = 0; i < c.behind; ++i)
+      ini += "[B" + std::to_string(i) + "]\r\n";
+    std::vector<Text> expected = names;
+    expected.push_back(Text(c.lastKept, u'Z'));
+    if (c.cutBehind) expected.push_back(c.cutBehind);
+    expected.push_back(u"");
+    EXPECT_EQ(texts(kvn->GetAllIniSections(file(ini))), expected)
+        << c.lastLength << " behind " << c.behind;
+  }
+}
+
 TEST_F(IniAccess, SectionShapes) {
   Variant absent = kvn->GetIniSection(u"S", root.text("none.ini"));
   EXPECT_TRUE(absent.isEmpty());

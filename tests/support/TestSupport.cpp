@@ -6,11 +6,13 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 #include "core/mdlKVN.h"
 #include "platform/CodePage.h"
@@ -67,6 +69,21 @@ void makeUnopenableFile(const std::string& path) {
   std::memcpy(addr.sun_path, path.c_str(), path.size() + 1);
   if (::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) std::abort();
   ::close(fd);
+}
+
+void waitTillStampsLieBehind(const std::string& path) {
+  auto ns = [](const struct timespec& t) { return int64_t(t.tv_sec) * 1000000000 + t.tv_nsec; };
+  for (int tries = 0; tries < 5000; ++tries) {
+    struct stat st;
+    struct timespec now;
+    if (::stat(path.c_str(), &st) != 0) std::abort();
+    ::clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    // Stamps in whole seconds leave a margin of two; finer ones, of a few milliseconds.
+    int64_t margin = st.st_mtim.tv_nsec == 0 ? 2100000000 : 2000000;
+    if (std::max(ns(st.st_mtim), ns(st.st_ctim)) + margin < ns(now)) return;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  std::abort();
 }
 
 Text bytes(std::string_view b) {

@@ -35,6 +35,9 @@ void makeDir(const std::string& path);
 // A file that exists but cannot be opened (a socket), since tests may run as root, for whom
 // permission bits refuse nothing.
 void makeUnopenableFile(const std::string& path);
+// Waits until the file's stamps lie behind the clock the file system stamps files with, so
+// that what is read of the file now is kept by the INI cache.
+void waitTillStampsLieBehind(const std::string& path);
 
 inline Text T(const std::string& s) {
   return fromUtf8(s);

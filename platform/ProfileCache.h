@@ -1,0 +1,95 @@
+// The INI files a thread read last, kept with the lookup tables built over them, so that
+// repeated lookups on an unchanged file cost one stat. Each thread has its own cache; nothing
+// is shared and nothing is locked.
+#pragma once
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/Paths.h"
+
+namespace zrk::platform {
+
+// What identifies one state of a file's content. An in-place write changes the modification
+// time (in ns) and usually the size, a replace-by-rename the inode, and a write that puts the
+// old modification time back still changes the inode-change time.
+//
+// What the key cannot see is a write by someone else that keeps the size and gets the same
+// stamps as the state before it: a write within one step of the file system's clock, or of its
+// stamps where they are coarser than that clock. That can only happen to a file changed no
+// earlier than the moment it was read, so content whose stamps were not yet behind the clock
+// when the read began is not trusted: the next lookup reads it again. Our own writes drop the
+// entry outright.
+struct ProfileKey {
+  dev_t dev;
+  ino_t ino;
+  off_t size;
+  int64_t mtimeNs;
+  int64_t ctimeNs;
+
+  static ProfileKey of(const struct stat& st);
+  bool operator==(const ProfileKey&) const = default;
+};
+
+// One file's bytes and the reader's tables over them. The tables hold views into the bytes and
+// are filled by the reader on demand; the cache only keeps them.
+struct CachedProfile {
+  ProfileKey key{};
+  std::unique_ptr<char[]> data;
+  size_t size = 0;
+  bool trusted = false;  // read when its stamps lay behind the file system's clock
+  int uses = 0;          // lookups served, the first included
+
+  std::string_view bytes() const { return {data.get(), size}; }
+
+  // Where each "[" stands that is the first character other than a blank of its line: the
+  // only places where a section head can start, found once when the file is read.
+  std::vector<size_t> heads;
+
+  // Section names folded for comparison -> where the first section of that name has its body.
+  std::optional<std::unordered_map<std::string, size_t>> sections;
+  // Body of a section -> its key names folded -> the first such key's value, blanks trimmed.
+  std::unordered_map<size_t, std::unordered_map<std::string, std::string_view>> keys;
+};
+
+// Where each "[" stands that is the first character other than a blank of its line.
+std::vector<size_t> findSectionHeads(std::string_view bytes);
+
+class ProfileCache {
+ public:
+  static constexpr size_t kEntries = 4;
+  static constexpr size_t kMaxBytes = 64u << 20;  // a thread keeps no more than this
+
+  // This thread's cache.
+  static ProfileCache& forThread();
+
+  // The file's content: the cached one while its key matches the file's stat, read anew
+  // otherwise. nullptr when the file is missing, a folder or cannot be read. The entry stays
+  // valid until the next call on this cache.
+  CachedProfile* load(const ResolvedPath& file);
+  // Drops what is kept of the file with this device and inode: it was just written.
+  void forget(dev_t dev, ino_t ino);
+  void clear();
+  size_t entryCount() const { return entries_.size(); }
+
+ private:
+  std::unique_ptr<CachedProfile> read(const std::string& nativePath);
+  void keep(std::unique_ptr<CachedProfile> entry);
+
+  std::vector<std::unique_ptr<CachedProfile>> entries_;  // the last used first
+  std::unique_ptr<CachedProfile> uncached_;              // too large, or no regular file
+};
+
+// Drops the calling thread's cached content of a file that the library has just written.
+void forgetCachedProfile(const struct stat& written);
+
+}  // namespace zrk::platform
