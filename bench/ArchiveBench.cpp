@@ -1,7 +1,10 @@
 // Archives of 1, 10 and 100 MiB of members, made and extracted, in MB/s of member bytes; and
 // the extraction of many small members, whose time per member stays flat as the folder fills.
+#include <zlib.h>
+
 #include <filesystem>
 #include <map>
+#include <memory>
 
 #include <zrkKVL/Variant.h>
 #include "BenchSupport.h"
@@ -29,6 +32,12 @@ const Variant& members(int64_t mib) {
     it->second = textArray(std::move(items));
   }
   return it->second;
+}
+
+// One member's content as the archive stores it: the bytes of members(1)'s element.
+const std::string& memberBytes() {
+  static const std::string bytes = platform::toAnsi(members(1).array().at(0).toText());
+  return bytes;
 }
 
 // The archive of members(mib), made once per size.
@@ -73,6 +82,41 @@ void Op_MakeArchive(benchmark::State& state) {
 
 BENCHMARK(Op_ExtractArchive)->Name("Op/ExtractArchive")->Apply(sizedMiB);
 BENCHMARK(Op_MakeArchive)->Name("Op/MakeArchive")->Apply(sizedMiB);
+
+// What zlib alone does with one member: the ceiling of MakeArchive (deflate at the default
+// level, which the stored streams must match byte for byte) and of ExtractArchive (inflate).
+void Limit_Deflate(benchmark::State& state) {
+  const std::string& in = memberBytes();
+  uLongf bound = compressBound(uLong(in.size()));
+  std::unique_ptr<Bytef[]> out(new Bytef[bound]);
+  for (auto _ : state) {
+    uLongf n = bound;
+    if (compress(out.get(), &n, reinterpret_cast<const Bytef*>(in.data()), uLong(in.size())) !=
+        Z_OK) {
+      state.SkipWithError("compress failed");
+    }
+    benchmark::DoNotOptimize(out.get());
+  }
+  setBytes(state, int64_t(in.size()));
+}
+
+void Limit_Inflate(benchmark::State& state) {
+  const std::string& in = memberBytes();
+  uLongf packedSize = compressBound(uLong(in.size()));
+  std::unique_ptr<Bytef[]> packed(new Bytef[packedSize]);
+  compress(packed.get(), &packedSize, reinterpret_cast<const Bytef*>(in.data()), uLong(in.size()));
+  std::unique_ptr<Bytef[]> out(new Bytef[in.size()]);
+  for (auto _ : state) {
+    uLongf n = uLongf(in.size());
+    if (uncompress(out.get(), &n, packed.get(), packedSize) != Z_OK)
+      state.SkipWithError("uncompress failed");
+    benchmark::DoNotOptimize(out.get());
+  }
+  setBytes(state, int64_t(in.size()));
+}
+
+BENCHMARK(Limit_Deflate)->Name("Limit/Deflate")->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(Limit_Inflate)->Name("Limit/Inflate")->UseRealTime()->Unit(benchmark::kMillisecond);
 
 // An archive of `count` members of a few bytes each, written once per count.
 const std::string& smallMembersArchive(int64_t count) {

@@ -7,7 +7,8 @@ range. Throughput is the counter "bytes" (input bytes of one iteration) over the
 iteration, again the median over repetitions with its range. A size-graded row must reach its
 throughput at every size and stay flat: the largest size at least FLAT of the smallest's rate.
 "Mem/X" rows hold the peak memory of one call beside the bytes of its result; "Limit/" rows
-the fresh-page bandwidth that bounds a reader writing a large result.
+what bounds an operation whatever the library does: the fresh-page bandwidth for a reader writing
+a large result, zlib alone for the archive's streams.
 """
 import json
 import re
@@ -222,7 +223,8 @@ def peak_row(t, runs, name, bound):
 
 
 def limit_rows(t, runs):
-    """Fresh-page bandwidth, and what it allows a reader whose result is k times its input."""
+    """Fresh-page bandwidth, and what it allows a reader whose result is k times its input; zlib
+    alone on an archive member."""
     best = 0.0
     for name in ("FreshPages", "FreshHugePages"):
         reps = runs.get(("Limit", name))
@@ -231,6 +233,12 @@ def limit_rows(t, runs):
             best = max(best, r)
             t.add(f"limit: {name}", duration(statistics.median(map(seconds, reps))), rate_text(r),
                   rng=spread(rates(reps), rate_text))
+    for name, bounds in (("Deflate", "MakeArchive"), ("Inflate", "ExtractArchive")):
+        reps = runs.get(("Limit", name))
+        if reps:
+            t.add(f"limit: zlib {name.lower()} of a member alone ({bounds})",
+                  duration(statistics.median(map(seconds, reps))),
+                  rate_text(statistics.median(rates(reps))), rng=spread(rates(reps), rate_text))
     for name in ("HexRead", "BinRead"):
         reps = runs.get(("Mem", name + "/100"))
         if best and reps and "result_bytes" in reps[0]:
