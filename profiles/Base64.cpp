@@ -1,7 +1,8 @@
-// Table-driven base64 over byte-holding strings.
+// Table-driven base64 over bytes; the text forms cross the code page once on each side.
 #include "profiles/Base64.h"
 
 #include <array>
+#include <cstring>
 
 #include <zrkKVL/Failure.h>
 #include "platform/CodePage.h"
@@ -10,29 +11,35 @@ namespace zrk {
 namespace {
 
 constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-constexpr unsigned char kOutside = 64;  // every byte outside the alphabet, "=" among them
+constexpr unsigned kOutside = 64;  // every byte outside the alphabet, "=" among them
 
-// Every crossing of the code page as one lookup, built once from the codec: a character's byte,
-// a character's value in the alphabet (64 outside it), and a byte's character.
+// A decoded group packed as three bytes in a word: byte k of the group in bits 8k to 8k+7. The
+// first character's value 64 cannot fit its byte; it sets this bit instead.
+constexpr uint32_t kFirstOverflows = 1u << 24;
+
+// The encoder's table gives the two characters of each 12-bit half of a group; the decoder's
+// tables give each character's share of the packed group, one table per place in the group. A
+// value of 64 lands exactly where the decoding arithmetic puts it: bit 2 of the first byte from
+// the second character, bit 4 of the second byte from the third, bit 6 of the third byte from the
+// fourth.
 struct Tables {
-  std::array<unsigned char, 65536> byteOf;
-  std::array<unsigned char, 65536> valueOf;
-  std::array<char16_t, 256> charOf;
-  std::array<char16_t, 64> alphabet;
+  std::array<std::array<char, 2>, 4096> pairs;
+  std::array<std::array<uint32_t, 256>, 4> shares;
 
   Tables() {
-    std::array<unsigned char, 256> valueOfByte;
-    valueOfByte.fill(kOutside);
-    for (int i = 0; i < 64; ++i) {
-      valueOfByte[static_cast<unsigned char>(kAlphabet[i])] = static_cast<unsigned char>(i);
-      alphabet[size_t(i)] = char16_t(kAlphabet[i]);
+    for (unsigned n = 0; n < 4096; ++n)
+      pairs[n] = {kAlphabet[n >> 6], kAlphabet[n & 63]};
+    std::array<unsigned, 256> value;
+    value.fill(kOutside);
+    for (unsigned i = 0; i < 64; ++i)
+      value[static_cast<unsigned char>(kAlphabet[i])] = i;
+    for (unsigned b = 0; b < 256; ++b) {
+      uint32_t v = value[b];
+      shares[0][b] = v == kOutside ? kFirstOverflows : v << 2;
+      shares[1][b] = (v >> 4) | ((v & 15) << 12);
+      shares[2][b] = ((v >> 2) << 8) | ((v & 3) << 22);
+      shares[3][b] = v << 16;
     }
-    for (size_t c = 0; c < byteOf.size(); ++c) {
-      byteOf[c] = platform::toAnsiByte(char16_t(c));
-      valueOf[c] = valueOfByte[byteOf[c]];
-    }
-    for (size_t b = 0; b < charOf.size(); ++b)
-      charOf[b] = platform::fromAnsiByte(static_cast<unsigned char>(b));
   }
 };
 
@@ -41,63 +48,77 @@ const Tables& tables() {
   return t;
 }
 
-// The three bytes of the group at `in`; a first value that does not fit a byte overflows.
-inline void decodeGroup(const Tables& t, const char16_t* in, char16_t* out) {
-  unsigned d0 = t.valueOf[in[0]], d1 = t.valueOf[in[1]], d2 = t.valueOf[in[2]],
-           d3 = t.valueOf[in[3]];
-  unsigned first = (d0 * 4) | (d1 >> 4);
-  if (first > 255) throw Failure(err::Overflow);
-  out[0] = t.charOf[first];
-  out[1] = t.charOf[((d1 & 15) * 16) | (d2 >> 2)];
-  out[2] = t.charOf[((d2 & 3) * 64) | d3];
+// The four characters of each group of three bytes.
+void encodeGroups(const Tables& t, const unsigned char* in, size_t groups, char* out) {
+  for (size_t g = 0; g < groups; ++g, in += 3, out += 4) {
+    uint32_t n = (uint32_t(in[0]) << 16) | (uint32_t(in[1]) << 8) | in[2];
+    std::memcpy(out, t.pairs[n >> 12].data(), 2);
+    std::memcpy(out + 2, t.pairs[n & 4095].data(), 2);
+  }
+}
+
+inline uint32_t decodeGroup(const Tables& t, const unsigned char* in) {
+  return t.shares[0][in[0]] | t.shares[1][in[1]] | t.shares[2][in[2]] | t.shares[3][in[3]];
+}
+
+// The three bytes of each group of four characters; the bits of all groups together, so that
+// the caller learns whether any group opened with a character outside the alphabet.
+uint32_t decodeGroups(const Tables& t, const unsigned char* in, size_t groups, char* out) {
+  uint32_t seen = 0;
+  for (size_t g = 0; g < groups; ++g, in += 4, out += 3) {
+    uint32_t w = decodeGroup(t, in);
+    seen |= w;
+    out[0] = char(w);
+    out[1] = char(w >> 8);
+    out[2] = char(w >> 16);
+  }
+  return seen;
 }
 
 }  // namespace
 
-Text Base64Encode(TextView bytes) {
+std::string base64EncodeBytes(std::string_view bytes) {
   const size_t n = bytes.size();
-  if (n == 0) return Text();
+  if (n == 0) return std::string();
   const Tables& t = tables();
-  const auto& abc = t.alphabet;
-  Text out((n + 2) / 3 * 4, u'\0');
-  char16_t* o = out.data();
-  const char16_t* in = bytes.data();
-  size_t i = 0;
-  for (; i + 3 <= n; i += 3, o += 4) {
-    unsigned a = t.byteOf[in[i]], b = t.byteOf[in[i + 1]], c = t.byteOf[in[i + 2]];
-    o[0] = abc[a >> 2];
-    o[1] = abc[((a & 3) << 4) | (b >> 4)];
-    o[2] = abc[((b & 15) << 2) | (c >> 6)];
-    o[3] = abc[c & 63];
-  }
-  if (i < n) {  // the last group, zero-filled, its missing bytes shown as "="
-    unsigned a = t.byteOf[in[i]], b = i + 1 < n ? t.byteOf[in[i + 1]] : 0;
-    o[0] = abc[a >> 2];
-    o[1] = abc[((a & 3) << 4) | (b >> 4)];
-    o[2] = i + 1 < n ? abc[(b & 15) << 2] : u'=';
-    o[3] = u'=';
+  std::string out((n + 2) / 3 * 4, '\0');
+  const auto* in = reinterpret_cast<const unsigned char*>(bytes.data());
+  encodeGroups(t, in, n / 3, out.data());
+  if (size_t rest = n % 3) {  // the last group, zero-filled, its missing bytes shown as "="
+    unsigned char last[3] = {in[n - rest], rest == 2 ? in[n - 1] : (unsigned char)0, 0};
+    char* o = out.data() + out.size() - 4;
+    encodeGroups(t, last, 1, o);
+    o[3] = '=';
+    if (rest == 1) o[2] = '=';
   }
   return out;
 }
 
-Text Base64Decode(TextView text) {
+std::string base64DecodeBytes(std::string_view text) {
   const size_t n = text.size();
-  if (n == 0) return Text();
+  if (n == 0) return std::string();
   if (n < 4) throw Failure(err::SubscriptOutOfRange);  // the output array cannot be made
-  Text out(n / 4 * 3, u'\0');
-  size_t i = 0;
-  const Tables& t = tables();
-  for (; i + 4 <= n; i += 4) {
-    decodeGroup(t, text.data() + i, out.data() + i / 4 * 3);
-  }
+  std::string out(n / 4 * 3, '\0');
+  const auto* in = reinterpret_cast<const unsigned char*>(text.data());
+  if (decodeGroups(tables(), in, n / 4, out.data()) & kFirstOverflows) throw Failure(err::Overflow);
   // A group of 2 or 3 characters left over runs past the end of both arrays.
-  if (i + 2 <= n) throw Failure(err::SubscriptOutOfRange);
-  if (text[n - 2] == u'=') {
+  if (n % 4 >= 2) throw Failure(err::SubscriptOutOfRange);
+  if (text[n - 2] == '=') {
     out.resize(out.size() - 2);
-  } else if (text[n - 1] == u'=') {
+  } else if (text[n - 1] == '=') {
     out.resize(out.size() - 1);
   }
   return out;
+}
+
+// Characters outside the code page narrow to "?" or to bytes above 0x7F, all outside the
+// alphabet as they were, and "=" narrows to itself alone, so the decoder's rules hold on bytes.
+Text Base64Encode(TextView bytes) {
+  return platform::fromAnsi(base64EncodeBytes(platform::toAnsi(bytes)));
+}
+
+Text Base64Decode(TextView text) {
+  return platform::fromAnsi(base64DecodeBytes(platform::toAnsi(text)));
 }
 
 Text TwoDigitHex(int32_t value) {
