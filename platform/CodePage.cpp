@@ -1,16 +1,16 @@
 // Windows-1252 as Windows converts it: 0x80-0x9F hold the page's extra characters, and its five
 // unassigned bytes map to the C1 controls of the same value, so all 256 bytes round-trip.
 //
-// Whole strings are converted sixteen at a time: every byte becomes the character of the same
-// value (and every character its low byte), and only the few places where that is wrong, bytes
-// 0x80-0x9F and characters from 0x80 to 0x9F or above 0xFF, are fixed up afterwards.
+// Whole strings are converted 32 at a time where the processor has AVX2: every byte becomes the
+// character of the same value (and every character its low byte), and only where that is wrong,
+// for bytes 0x80-0x9F and characters from 0x80 to 0x9F or above 0xFF, a lookup in registers gives
+// the right one. The plain loops convert the rest, and everything on other processors.
 #include "platform/CodePage.h"
 
 #include <array>
-#include <bit>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
+#if defined(__x86_64__)
+#include <immintrin.h>
 #endif
 
 namespace zrk::platform {
@@ -45,59 +45,145 @@ inline char16_t charOfByte(unsigned char b) {
   return (b >= 0x80 && b < 0xA0) ? kHigh[b - 0x80] : b;
 }
 
-#if defined(__SSE2__)
+#if defined(__x86_64__)
 
-// The bytes from `in` that widen to characters of their own value, sixteen at a time; returns how
-// many it converted (a multiple of 16), the rest being left to the plain loop.
-size_t widenBlocks(const unsigned char* in, size_t n, char16_t* out) {
-  const __m128i zero = _mm_setzero_si128();
-  const __m128i c1End = _mm_set1_epi8(static_cast<char>(0xA0));
-  size_t i = 0;
-  for (; i + 16 <= n; i += 16) {
-    __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm_unpacklo_epi8(v, zero));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i + 8), _mm_unpackhi_epi8(v, zero));
-    // As signed numbers, 0x80-0x9F are exactly the bytes below 0xA0's value -96.
-    unsigned fix = unsigned(_mm_movemask_epi8(_mm_cmplt_epi8(v, c1End)));
-    for (; fix != 0; fix &= fix - 1) {
-      size_t j = i + size_t(std::countr_zero(fix));
-      out[j] = kHigh[in[j] - 0x80];
+#define ZRK_AVX2 __attribute__((target("avx2")))
+
+bool haveAvx2() {
+  static const bool avx2 = __builtin_cpu_supports("avx2");
+  return avx2;
+}
+
+// A lookup of 32 entries for each byte of `index` (0-31): the low half of the table answers
+// indexes 0-15, the high half 16-31.
+ZRK_AVX2 inline __m256i lookup32(__m256i low, __m256i high, __m256i index) {
+  return _mm256_blendv_epi8(_mm256_shuffle_epi8(low, index), _mm256_shuffle_epi8(high, index),
+                            _mm256_slli_epi16(index, 3));
+}
+
+ZRK_AVX2 inline __m256i broadcast16(const unsigned char* table) {
+  return _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(table)));
+}
+
+// The page's extra characters split into their low and high bytes, for the lookups.
+struct WideBytes {
+  unsigned char low[32], high[32];
+  WideBytes() {
+    for (int i = 0; i < 32; ++i) {
+      low[i] = static_cast<unsigned char>(kHigh[i]);
+      high[i] = static_cast<unsigned char>(kHigh[i] >> 8);
     }
   }
+};
+
+// 32 bytes at a time: the bytes 0x80-0x9F take their characters from two 32-entry lookups, all
+// others widen as they are. Returns how many bytes it converted (a multiple of 32).
+ZRK_AVX2 size_t widenBlocks(const unsigned char* in, size_t n, char16_t* out) {
+  static const WideBytes wide;
+  const __m256i lowA = broadcast16(wide.low), lowB = broadcast16(wide.low + 16);
+  const __m256i highA = broadcast16(wide.high), highB = broadcast16(wide.high + 16);
+  // As signed numbers, 0x80-0x9F are exactly the bytes below 0xA0's value -96.
+  const __m256i c1End = _mm256_set1_epi8(static_cast<char>(0xA0));
+  size_t i = 0;
+  for (; i + 32 <= n; i += 32) {
+    __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + i));
+    __m256i c1 = _mm256_cmpgt_epi8(c1End, v);
+    __m256i index = _mm256_and_si256(v, _mm256_set1_epi8(0x1F));
+    __m256i low = _mm256_blendv_epi8(v, lookup32(lowA, lowB, index), c1);
+    __m256i high = _mm256_and_si256(lookup32(highA, highB, index), c1);
+    // The unpacks work within each half: bytes 0-7 and 16-23, then 8-15 and 24-31.
+    __m256i first = _mm256_unpacklo_epi8(low, high), second = _mm256_unpackhi_epi8(low, high);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i),
+                        _mm256_permute2x128_si256(first, second, 0x20));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i + 16),
+                        _mm256_permute2x128_si256(first, second, 0x31));
+  }
   return i;
+}
+
+// The 32 characters that have a byte of 0x80-0x9F, each in a slot of its own under a
+// multiplicative hash, with the byte it narrows to; empty slots hold character 0, which never
+// reaches the lookup.
+constexpr uint16_t kHashFactor = 0x03D9;
+constexpr int kHashShift = 10;  // 64 slots
+
+constexpr unsigned slotOf(char16_t c) {
+  return uint16_t(c * kHashFactor) >> kHashShift;
+}
+
+struct NarrowSlots {
+  unsigned char low[64] = {}, high[64] = {}, byte[64] = {};
+  NarrowSlots() {
+    for (int i = 0; i < 32; ++i) {
+      unsigned s = slotOf(kHigh[i]);
+      low[s] = static_cast<unsigned char>(kHigh[i]);
+      high[s] = static_cast<unsigned char>(kHigh[i] >> 8);
+      byte[s] = static_cast<unsigned char>(0x80 + i);
+    }
+  }
+};
+
+// A lookup of 64 entries for each byte of `index` (0-63).
+ZRK_AVX2 inline __m256i lookup64(const unsigned char* table, __m256i index) {
+  __m256i lower = lookup32(broadcast16(table), broadcast16(table + 16), index);
+  __m256i upper = lookup32(broadcast16(table + 32), broadcast16(table + 48), index);
+  return _mm256_blendv_epi8(lower, upper, _mm256_slli_epi16(index, 2));
 }
 
 // The characters whose byte is their own low byte: below 0x100 and outside 0x80-0x9F.
-inline __m128i narrowsAsIs(__m128i c) {
-  const __m128i zero = _mm_setzero_si128();
-  __m128i below100 = _mm_cmpeq_epi16(_mm_and_si128(c, _mm_set1_epi16(short(0xFF00))), zero);
-  __m128i inC1 =
-      _mm_cmpeq_epi16(_mm_and_si128(c, _mm_set1_epi16(short(0xFFE0))), _mm_set1_epi16(0x0080));
-  return _mm_andnot_si128(inC1, below100);
+ZRK_AVX2 inline __m256i narrowsAsIs(__m256i c) {
+  const __m256i zero = _mm256_setzero_si256();
+  __m256i below100 =
+      _mm256_cmpeq_epi16(_mm256_and_si256(c, _mm256_set1_epi16(short(0xFF00))), zero);
+  __m256i inC1 = _mm256_cmpeq_epi16(_mm256_and_si256(c, _mm256_set1_epi16(short(0xFFE0))),
+                                    _mm256_set1_epi16(0x0080));
+  return _mm256_andnot_si256(inC1, below100);
 }
 
-// The characters from `in` to bytes, sixteen at a time; the count as for widenBlocks.
-size_t narrowBlocks(const char16_t* in, size_t n, unsigned char* out) {
-  const __m128i lowByte = _mm_set1_epi16(0x00FF);
+// Two vectors of 16-bit values packed to one of bytes in their order (the pack works within
+// each half, so the quarters are put back in place).
+ZRK_AVX2 inline __m256i packBytes(__m256i a, __m256i b) {
+  return _mm256_permute4x64_epi64(_mm256_packus_epi16(a, b), 0xD8);
+}
+
+// Two vectors of 16-bit masks as one of byte masks, in the same order.
+ZRK_AVX2 inline __m256i packMasks(__m256i a, __m256i b) {
+  return _mm256_permute4x64_epi64(_mm256_packs_epi16(a, b), 0xD8);
+}
+
+// 32 characters at a time: those of their own byte narrow as they are; every other one is looked
+// up in its hash slot and gives the slot's byte when it is the slot's character, "?" otherwise.
+ZRK_AVX2 size_t narrowBlocks(const char16_t* in, size_t n, unsigned char* out) {
+  static const NarrowSlots slots;
+  const __m256i lowByte = _mm256_set1_epi16(0x00FF);
+  const __m256i factor = _mm256_set1_epi16(short(kHashFactor));
   size_t i = 0;
-  for (; i + 16 <= n; i += 16) {
-    __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
-    __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i + 8));
-    __m128i bytes = _mm_packus_epi16(_mm_and_si128(a, lowByte), _mm_and_si128(b, lowByte));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), bytes);
-    __m128i asIs = _mm_packs_epi16(narrowsAsIs(a), narrowsAsIs(b));
-    unsigned fix = ~unsigned(_mm_movemask_epi8(asIs)) & 0xFFFFu;
-    if (fix == 0) continue;
-    const auto& table = byteTable();
-    for (; fix != 0; fix &= fix - 1) {
-      size_t j = i + size_t(std::countr_zero(fix));
-      out[j] = table[in[j]];
+  for (; i + 32 <= n; i += 32) {
+    __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + i));
+    __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + i + 16));
+    __m256i low = packBytes(_mm256_and_si256(a, lowByte), _mm256_and_si256(b, lowByte));
+    __m256i asIs = packMasks(narrowsAsIs(a), narrowsAsIs(b));
+    if (_mm256_movemask_epi8(asIs) != -1) {
+      __m256i high = packBytes(_mm256_srli_epi16(a, 8), _mm256_srli_epi16(b, 8));
+      __m256i slot = packBytes(_mm256_srli_epi16(_mm256_mullo_epi16(a, factor), kHashShift),
+                               _mm256_srli_epi16(_mm256_mullo_epi16(b, factor), kHashShift));
+      __m256i known = _mm256_and_si256(_mm256_cmpeq_epi8(lookup64(slots.low, slot), low),
+                                       _mm256_cmpeq_epi8(lookup64(slots.high, slot), high));
+      __m256i fixed = _mm256_blendv_epi8(_mm256_set1_epi8('?'), lookup64(slots.byte, slot), known);
+      low = _mm256_blendv_epi8(fixed, low, asIs);
     }
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), low);
   }
   return i;
 }
 
+#undef ZRK_AVX2
+
 #else
+
+bool haveAvx2() {
+  return false;
+}
 
 size_t widenBlocks(const unsigned char*, size_t, char16_t*) {
   return 0;
@@ -122,7 +208,8 @@ unsigned char toAnsiByte(char16_t c) {
 Text fromAnsi(std::string_view bytes) {
   const auto* in = reinterpret_cast<const unsigned char*>(bytes.data());
   Text out(bytes.size(), u'\0');
-  for (size_t i = widenBlocks(in, bytes.size(), out.data()); i < bytes.size(); ++i)
+  size_t i = haveAvx2() ? widenBlocks(in, bytes.size(), out.data()) : 0;
+  for (; i < bytes.size(); ++i)
     out[i] = charOfByte(in[i]);
   return out;
 }
@@ -131,7 +218,8 @@ std::string toAnsi(TextView text) {
   std::string out(text.size(), '\0');
   auto* o = reinterpret_cast<unsigned char*>(out.data());
   const auto& table = byteTable();
-  for (size_t i = narrowBlocks(text.data(), text.size(), o); i < text.size(); ++i)
+  size_t i = haveAvx2() ? narrowBlocks(text.data(), text.size(), o) : 0;
+  for (; i < text.size(); ++i)
     o[i] = table[text[i]];
   return out;
 }
