@@ -27,7 +27,7 @@ int32_t workBufferSize(double n) {
 using ZlibCall = int (*)(Bytef*, uLongf*, const Bytef*, uLong);
 
 struct ZlibResult {
-  Text text;
+  std::string bytes;
   bool whole = false;
 };
 
@@ -35,8 +35,7 @@ struct ZlibResult {
 // when the call delivered a whole result; otherwise it keeps the buffer's size, so a bad stream
 // gives the whole buffer: what was expanded, then the NULs behind it. Every stored format counts
 // on that. The public operations drop the status: it raises nothing.
-ZlibResult runZlib(ZlibCall call, const Text& input, int32_t size) {
-  std::string source = platform::toAnsi(input);
+ZlibResult runZlib(ZlibCall call, std::string_view source, int32_t size) {
   std::string buffer(size_t(size), '\0');
   uLongf delivered = uLongf(size);
   int32_t sizeVariable = size;
@@ -44,7 +43,7 @@ ZlibResult runZlib(ZlibCall call, const Text& input, int32_t size) {
                     reinterpret_cast<const Bytef*>(source.data()), uLong(source.size())) == Z_OK;
   if (whole) sizeVariable = int32_t(delivered);
   buffer.resize(size_t(sizeVariable));
-  return {platform::fromAnsi(buffer), whole};
+  return {std::move(buffer), whole};
 }
 
 int compressDefault(Bytef* dest, uLongf* destLen, const Bytef* source, uLong sourceLen) {
@@ -67,24 +66,32 @@ int32_t maxExpandedLength(size_t streamLength) {
 }
 
 std::optional<Text> expandWhole(const Text& stream, int32_t origSize) {
+  std::optional<std::string> bytes = expandWhole(platform::toAnsi(stream), origSize);
+  if (!bytes) return std::nullopt;
+  return platform::fromAnsi(*bytes);
+}
+
+std::optional<std::string> expandWhole(std::string_view stream, int32_t origSize) {
   ZlibResult r = runZlib(uncompressStream, stream, workBufferSize(double(origSize)));
   if (!r.whole) return std::nullopt;
-  return std::move(r.text);
+  return std::move(r.bytes);
+}
+
+std::string compressBytes(std::string_view bytes) {
+  return runZlib(compressDefault, bytes, workBufferSize(double(bytes.size()))).bytes;
 }
 
 }  // namespace compression
 
 Text clsKVN::CompressString(Text TheString) {
-  return noTrap([&] {
-    int32_t size = workBufferSize(double(TheString.size()));
-    return runZlib(compressDefault, TheString, size).text;
-  });
+  return noTrap(
+      [&] { return platform::fromAnsi(compression::compressBytes(platform::toAnsi(TheString))); });
 }
 
 Text clsKVN::DecompressString(Text TheString, int32_t OrigSize) {
   return noTrap([&] {
     int32_t size = workBufferSize(double(OrigSize));
-    return runZlib(uncompressStream, TheString, size).text;
+    return platform::fromAnsi(runZlib(uncompressStream, platform::toAnsi(TheString), size).bytes);
   });
 }
 
