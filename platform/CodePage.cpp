@@ -65,23 +65,29 @@ ZRK_AVX2 inline __m256i broadcast16(const unsigned char* table) {
   return _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(table)));
 }
 
-// The page's extra characters split into their low and high bytes, for the lookups.
+// The page's extra characters split into their low and high bytes, each half as one register
+// repeated in both lanes.
 struct WideBytes {
-  unsigned char low[32], high[32];
-  WideBytes() {
-    for (int i = 0; i < 32; ++i) {
-      low[i] = static_cast<unsigned char>(kHigh[i]);
-      high[i] = static_cast<unsigned char>(kHigh[i] >> 8);
-    }
-  }
+  __m256i lowA, lowB, highA, highB;
 };
+
+ZRK_AVX2 inline WideBytes wideBytes() {
+  static const auto halves = [] {
+    std::array<unsigned char, 64> h{};
+    for (int i = 0; i < 32; ++i) {
+      h[size_t(i)] = static_cast<unsigned char>(kHigh[i]);
+      h[size_t(32 + i)] = static_cast<unsigned char>(kHigh[i] >> 8);
+    }
+    return h;
+  }();
+  return {broadcast16(&halves[0]), broadcast16(&halves[16]), broadcast16(&halves[32]),
+          broadcast16(&halves[48])};
+}
 
 // 32 bytes at a time: the bytes 0x80-0x9F take their characters from two 32-entry lookups, all
 // others widen as they are. Returns how many bytes it converted (a multiple of 32).
 ZRK_AVX2 size_t widenBlocks(const unsigned char* in, size_t n, char16_t* out) {
-  static const WideBytes wide;
-  const __m256i lowA = broadcast16(wide.low), lowB = broadcast16(wide.low + 16);
-  const __m256i highA = broadcast16(wide.high), highB = broadcast16(wide.high + 16);
+  const WideBytes wide = wideBytes();
   // As signed numbers, 0x80-0x9F are exactly the bytes below 0xA0's value -96.
   const __m256i c1End = _mm256_set1_epi8(static_cast<char>(0xA0));
   size_t i = 0;
@@ -89,8 +95,8 @@ ZRK_AVX2 size_t widenBlocks(const unsigned char* in, size_t n, char16_t* out) {
     __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + i));
     __m256i c1 = _mm256_cmpgt_epi8(c1End, v);
     __m256i index = _mm256_and_si256(v, _mm256_set1_epi8(0x1F));
-    __m256i low = _mm256_blendv_epi8(v, lookup32(lowA, lowB, index), c1);
-    __m256i high = _mm256_and_si256(lookup32(highA, highB, index), c1);
+    __m256i low = _mm256_blendv_epi8(v, lookup32(wide.lowA, wide.lowB, index), c1);
+    __m256i high = _mm256_and_si256(lookup32(wide.highA, wide.highB, index), c1);
     // The unpacks work within each half: bytes 0-7 and 16-23, then 8-15 and 24-31.
     __m256i first = _mm256_unpacklo_epi8(low, high), second = _mm256_unpackhi_epi8(low, high);
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i),
@@ -102,8 +108,8 @@ ZRK_AVX2 size_t widenBlocks(const unsigned char* in, size_t n, char16_t* out) {
 }
 
 // The 32 characters that have a byte of 0x80-0x9F, each in a slot of its own under a
-// multiplicative hash, with the byte it narrows to; empty slots hold character 0, which never
-// reaches the lookup.
+// multiplicative hash, as the low five bits of their byte. A character is the slot's one when the
+// byte widens back to it.
 constexpr uint16_t kHashFactor = 0x03D9;
 constexpr int kHashShift = 10;  // 64 slots
 
@@ -111,23 +117,22 @@ constexpr unsigned slotOf(char16_t c) {
   return uint16_t(c * kHashFactor) >> kHashShift;
 }
 
-struct NarrowSlots {
-  unsigned char low[64] = {}, high[64] = {}, byte[64] = {};
-  NarrowSlots() {
-    for (int i = 0; i < 32; ++i) {
-      unsigned s = slotOf(kHigh[i]);
-      low[s] = static_cast<unsigned char>(kHigh[i]);
-      high[s] = static_cast<unsigned char>(kHigh[i] >> 8);
-      byte[s] = static_cast<unsigned char>(0x80 + i);
-    }
-  }
-};
-
 // A lookup of 64 entries for each byte of `index` (0-63).
-ZRK_AVX2 inline __m256i lookup64(const unsigned char* table, __m256i index) {
-  __m256i lower = lookup32(broadcast16(table), broadcast16(table + 16), index);
-  __m256i upper = lookup32(broadcast16(table + 32), broadcast16(table + 48), index);
+ZRK_AVX2 inline __m256i lookup64(const __m256i (&table)[4], __m256i index) {
+  __m256i lower = lookup32(table[0], table[1], index);
+  __m256i upper = lookup32(table[2], table[3], index);
   return _mm256_blendv_epi8(lower, upper, _mm256_slli_epi16(index, 2));
+}
+
+ZRK_AVX2 inline void slotTable(__m256i (&table)[4]) {
+  static const auto slots = [] {
+    std::array<unsigned char, 64> s{};
+    for (int i = 0; i < 32; ++i)
+      s[slotOf(kHigh[i])] = static_cast<unsigned char>(i);
+    return s;
+  }();
+  for (int k = 0; k < 4; ++k)
+    table[k] = broadcast16(&slots[size_t(16 * k)]);
 }
 
 // The characters whose byte is their own low byte: below 0x100 and outside 0x80-0x9F.
@@ -151,10 +156,12 @@ ZRK_AVX2 inline __m256i packMasks(__m256i a, __m256i b) {
   return _mm256_permute4x64_epi64(_mm256_packs_epi16(a, b), 0xD8);
 }
 
-// 32 characters at a time: those of their own byte narrow as they are; every other one is looked
-// up in its hash slot and gives the slot's byte when it is the slot's character, "?" otherwise.
+// 32 characters at a time: those of their own byte narrow as they are; every other one gives the
+// byte of its hash slot when that byte widens back to it, "?" otherwise.
 ZRK_AVX2 size_t narrowBlocks(const char16_t* in, size_t n, unsigned char* out) {
-  static const NarrowSlots slots;
+  const WideBytes wide = wideBytes();
+  __m256i slots[4];
+  slotTable(slots);
   const __m256i lowByte = _mm256_set1_epi16(0x00FF);
   const __m256i factor = _mm256_set1_epi16(short(kHashFactor));
   size_t i = 0;
@@ -167,9 +174,12 @@ ZRK_AVX2 size_t narrowBlocks(const char16_t* in, size_t n, unsigned char* out) {
       __m256i high = packBytes(_mm256_srli_epi16(a, 8), _mm256_srli_epi16(b, 8));
       __m256i slot = packBytes(_mm256_srli_epi16(_mm256_mullo_epi16(a, factor), kHashShift),
                                _mm256_srli_epi16(_mm256_mullo_epi16(b, factor), kHashShift));
-      __m256i known = _mm256_and_si256(_mm256_cmpeq_epi8(lookup64(slots.low, slot), low),
-                                       _mm256_cmpeq_epi8(lookup64(slots.high, slot), high));
-      __m256i fixed = _mm256_blendv_epi8(_mm256_set1_epi8('?'), lookup64(slots.byte, slot), known);
+      __m256i index = lookup64(slots, slot);
+      __m256i known =
+          _mm256_and_si256(_mm256_cmpeq_epi8(lookup32(wide.lowA, wide.lowB, index), low),
+                           _mm256_cmpeq_epi8(lookup32(wide.highA, wide.highB, index), high));
+      __m256i byte = _mm256_or_si256(index, _mm256_set1_epi8(static_cast<char>(0x80)));
+      __m256i fixed = _mm256_blendv_epi8(_mm256_set1_epi8('?'), byte, known);
       low = _mm256_blendv_epi8(fixed, low, asIs);
     }
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), low);
@@ -205,22 +215,29 @@ unsigned char toAnsiByte(char16_t c) {
   return byteTable()[c];
 }
 
-Text fromAnsi(std::string_view bytes) {
+void fromAnsiInto(std::string_view bytes, char16_t* out) {
   const auto* in = reinterpret_cast<const unsigned char*>(bytes.data());
-  Text out(bytes.size(), u'\0');
-  size_t i = haveAvx2() ? widenBlocks(in, bytes.size(), out.data()) : 0;
+  size_t i = haveAvx2() ? widenBlocks(in, bytes.size(), out) : 0;
   for (; i < bytes.size(); ++i)
     out[i] = charOfByte(in[i]);
+}
+
+Text fromAnsi(std::string_view bytes) {
+  Text out(bytes.size(), u'\0');
+  fromAnsiInto(bytes, out.data());
   return out;
+}
+
+void toAnsiInto(TextView text, unsigned char* out) {
+  const auto& table = byteTable();
+  size_t i = haveAvx2() ? narrowBlocks(text.data(), text.size(), out) : 0;
+  for (; i < text.size(); ++i)
+    out[i] = table[text[i]];
 }
 
 std::string toAnsi(TextView text) {
   std::string out(text.size(), '\0');
-  auto* o = reinterpret_cast<unsigned char*>(out.data());
-  const auto& table = byteTable();
-  size_t i = haveAvx2() ? narrowBlocks(text.data(), text.size(), o) : 0;
-  for (; i < text.size(); ++i)
-    o[i] = table[text[i]];
+  toAnsiInto(text, reinterpret_cast<unsigned char*>(out.data()));
   return out;
 }
 
