@@ -135,43 +135,35 @@ ZRK_AVX2 inline void slotTable(__m256i (&table)[4]) {
     table[k] = broadcast16(&slots[size_t(16 * k)]);
 }
 
-// The characters whose byte is their own low byte: below 0x100 and outside 0x80-0x9F.
-ZRK_AVX2 inline __m256i narrowsAsIs(__m256i c) {
-  const __m256i zero = _mm256_setzero_si256();
-  __m256i below100 =
-      _mm256_cmpeq_epi16(_mm256_and_si256(c, _mm256_set1_epi16(short(0xFF00))), zero);
-  __m256i inC1 = _mm256_cmpeq_epi16(_mm256_and_si256(c, _mm256_set1_epi16(short(0xFFE0))),
-                                    _mm256_set1_epi16(0x0080));
-  return _mm256_andnot_si256(inC1, below100);
-}
-
-// Two vectors of 16-bit values packed to one of bytes in their order (the pack works within
-// each half, so the quarters are put back in place).
+// Two vectors of 16-bit values packed to one of bytes. The pack works within each half, so the
+// bytes come in the order of the quarters 0, 2, 1, 3 until `inOrder` puts them back.
 ZRK_AVX2 inline __m256i packBytes(__m256i a, __m256i b) {
-  return _mm256_permute4x64_epi64(_mm256_packus_epi16(a, b), 0xD8);
+  return _mm256_packus_epi16(a, b);
 }
-
-// Two vectors of 16-bit masks as one of byte masks, in the same order.
-ZRK_AVX2 inline __m256i packMasks(__m256i a, __m256i b) {
-  return _mm256_permute4x64_epi64(_mm256_packs_epi16(a, b), 0xD8);
+ZRK_AVX2 inline __m256i inOrder(__m256i packed) {
+  return _mm256_permute4x64_epi64(packed, 0xD8);
 }
 
 // 32 characters at a time: those of their own byte narrow as they are; every other one gives the
-// byte of its hash slot when that byte widens back to it, "?" otherwise.
+// byte of its hash slot when that byte widens back to it, "?" otherwise. All work on the packed
+// order; only the result is put back in place.
 ZRK_AVX2 size_t narrowBlocks(const char16_t* in, size_t n, unsigned char* out) {
   const WideBytes wide = wideBytes();
   __m256i slots[4];
   slotTable(slots);
   const __m256i lowByte = _mm256_set1_epi16(0x00FF);
   const __m256i factor = _mm256_set1_epi16(short(kHashFactor));
+  const __m256i c1End = _mm256_set1_epi8(static_cast<char>(0xA0));
   size_t i = 0;
   for (; i + 32 <= n; i += 32) {
     __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + i));
     __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + i + 16));
     __m256i low = packBytes(_mm256_and_si256(a, lowByte), _mm256_and_si256(b, lowByte));
-    __m256i asIs = packMasks(narrowsAsIs(a), narrowsAsIs(b));
+    __m256i high = packBytes(_mm256_srli_epi16(a, 8), _mm256_srli_epi16(b, 8));
+    // A character is its own byte when it is below 0x100 and outside 0x80-0x9F.
+    __m256i asIs = _mm256_andnot_si256(_mm256_cmpgt_epi8(c1End, low),
+                                       _mm256_cmpeq_epi8(high, _mm256_setzero_si256()));
     if (_mm256_movemask_epi8(asIs) != -1) {
-      __m256i high = packBytes(_mm256_srli_epi16(a, 8), _mm256_srli_epi16(b, 8));
       __m256i slot = packBytes(_mm256_srli_epi16(_mm256_mullo_epi16(a, factor), kHashShift),
                                _mm256_srli_epi16(_mm256_mullo_epi16(b, factor), kHashShift));
       __m256i index = lookup64(slots, slot);
@@ -182,7 +174,7 @@ ZRK_AVX2 size_t narrowBlocks(const char16_t* in, size_t n, unsigned char* out) {
       __m256i fixed = _mm256_blendv_epi8(_mm256_set1_epi8('?'), byte, known);
       low = _mm256_blendv_epi8(fixed, low, asIs);
     }
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), low);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + i), inOrder(low));
   }
   return i;
 }

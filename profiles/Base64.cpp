@@ -291,12 +291,15 @@ constexpr size_t kPieceGroups = 1024;
 
 Text Base64Encode(TextView bytes) {
   constexpr size_t kPiece = 3 * kPieceGroups;
-  Text out((bytes.size() + 2) / 3 * 4, u'\0');
+  Text out;
+  out.reserve((bytes.size() + 2) / 3 * 4);
   unsigned char piece[kPiece];
+  char16_t chars[4 * kPieceGroups];
   for (size_t at = 0; at < bytes.size(); at += kPiece) {
-    TextView chars = bytes.substr(at, kPiece);
-    platform::toAnsiInto(chars, piece);
-    encodeInto(piece, chars.size(), out.data() + at / 3 * 4);
+    TextView part = bytes.substr(at, kPiece);
+    platform::toAnsiInto(part, piece);
+    encodeInto(piece, part.size(), chars);
+    out.append(chars, (part.size() + 2) / 3 * 4);
   }
   return out;
 }
@@ -304,13 +307,16 @@ Text Base64Encode(TextView bytes) {
 Text Base64Decode(TextView text) {
   checkDecodable(text.size());
   const size_t groups = text.size() / 4;
-  Text out(groups * 3, u'\0');
+  Text out;
+  out.reserve(groups * 3);
   char piece[3 * kPieceGroups];
+  char16_t chars[3 * kPieceGroups];
   uint32_t seen = 0;
   for (size_t g = 0; g < groups; g += kPieceGroups) {
     size_t count = std::min(kPieceGroups, groups - g);
     seen |= decodeInto(text.data() + g * 4, count, piece);
-    platform::fromAnsiInto(std::string_view(piece, count * 3), out.data() + g * 3);
+    platform::fromAnsiInto(std::string_view(piece, count * 3), chars);
+    out.append(chars, count * 3);
   }
   out.resize(decodedLength(text, seen));
   return out;
