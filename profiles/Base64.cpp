@@ -12,6 +12,7 @@
 
 #include <zrkKVL/Failure.h>
 #include "platform/CodePage.h"
+#include "platform/VectorLevel.h"
 
 namespace zrk {
 namespace {
@@ -98,8 +99,7 @@ uint32_t decodeGroups(const Tables& t, const Char* in, size_t groups, char* out)
 #define ZRK_AVX2 __attribute__((target("avx2")))
 
 bool haveAvx2() {
-  static const bool avx2 = __builtin_cpu_supports("avx2");
-  return avx2;
+  return platform::vectorLevel() >= platform::VectorLevel::Avx2;
 }
 
 ZRK_AVX2 inline void store32(char* out, __m256i v) {

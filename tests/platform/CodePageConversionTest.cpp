@@ -1,10 +1,12 @@
 // Whole-string conversions against a plain character-by-character reference: every byte, every
-// character, at every position within the sixteen-wide blocks, and random mixed texts.
+// character, at every position within the vector blocks, and random mixed texts, with each
+// version of the loops the processor can run.
 #include <gtest/gtest.h>
 
 #include <random>
 
 #include "platform/CodePage.h"
+#include "support/TestSupport.h"
 
 namespace zrk::platform {
 namespace {
@@ -41,54 +43,59 @@ std::string referenceNarrow(const Text& text) {
   return out;
 }
 
+// Every offset within the 32- and 64-wide blocks, at every vector level.
 TEST(CodePageConversion, EveryByteAtEveryOffset) {
   std::string all;
   for (int b = 0; b < 256; ++b)
     all += static_cast<char>(b);
-  for (size_t lead = 0; lead <= 17; ++lead) {
-    std::string bytes = std::string(lead, 'x') + all + std::string(lead, '\x85');
-    Text text = fromAnsi(bytes);
-    EXPECT_EQ(text, referenceWiden(bytes)) << lead;
-    EXPECT_EQ(toAnsi(text), bytes) << lead;
-  }
+  test::atEveryVectorLevel([&] {
+    for (size_t lead = 0; lead <= 65; ++lead) {
+      std::string bytes = std::string(lead, 'x') + all + std::string(lead, '\x85');
+      Text text = fromAnsi(bytes);
+      ASSERT_EQ(text, referenceWiden(bytes)) << lead;
+      ASSERT_EQ(toAnsi(text), bytes) << lead;
+    }
+  });
 }
 
 TEST(CodePageConversion, EveryCharacterAtEveryOffset) {
   Text all;
   for (unsigned c = 0; c <= 0xFFFF; ++c)
     all += char16_t(c);
-  for (size_t lead = 0; lead <= 17; ++lead) {
-    Text text = Text(lead, u'\u20AC') + all;
-    std::string expected = referenceNarrow(text);
-    ASSERT_EQ(toAnsi(text), expected) << lead;
-    for (size_t i = 0; i < text.size(); ++i)
-      ASSERT_EQ(toAnsiByte(text[i]), static_cast<unsigned char>(expected[i])) << i;
-  }
+  const std::string expected = referenceNarrow(all);
+  for (size_t c = 0; c <= 0xFFFF; ++c)
+    ASSERT_EQ(toAnsiByte(char16_t(c)), static_cast<unsigned char>(expected[c])) << c;
   for (unsigned b = 0; b < 256; ++b)
     EXPECT_EQ(fromAnsiByte(static_cast<unsigned char>(b)),
               referenceChar(static_cast<unsigned char>(b)));
+  test::atEveryVectorLevel([&] {
+    for (size_t lead = 0; lead <= 65; ++lead)
+      ASSERT_EQ(toAnsi(Text(lead, u'\u20AC') + all), std::string(lead, '\x80') + expected) << lead;
+  });
 }
 
 // Random texts that mix plain, high and outside characters in every density, of lengths around
-// the block size.
+// the block sizes.
 TEST(CodePageConversion, RandomTextsMatchTheReference) {
-  std::mt19937 rng(1252);
   const char16_t pool[] = {u'a',      u'\0',     u'\x7F',   u'\x80',   u'\x81',
                            u'\x9F',   u'\xA0',   u'\xFF',   u'\u0100', u'\u20AC',
                            u'\u0178', u'\u2122', u'\uFFFF', u'\u4E00'};
-  for (int round = 0; round < 2000; ++round) {
-    size_t length = rng() % 70;
-    unsigned density = rng() % 5;  // 0: plain only, up to 4: mostly special
-    Text text;
-    std::string bytes;
-    for (size_t i = 0; i < length; ++i) {
-      bool special = rng() % 4 < density;
-      text += special ? pool[rng() % std::size(pool)] : char16_t(rng() % 0x80);
-      bytes += static_cast<char>(special ? rng() : rng() % 0x80);
+  test::atEveryVectorLevel([&] {
+    std::mt19937 rng(1252);
+    for (int round = 0; round < 2000; ++round) {
+      size_t length = rng() % 150;
+      unsigned density = rng() % 5;  // 0: plain only, up to 4: mostly special
+      Text text;
+      std::string bytes;
+      for (size_t i = 0; i < length; ++i) {
+        bool special = rng() % 4 < density;
+        text += special ? pool[rng() % std::size(pool)] : char16_t(rng() % 0x80);
+        bytes += static_cast<char>(special ? rng() : rng() % 0x80);
+      }
+      ASSERT_EQ(toAnsi(text), referenceNarrow(text)) << round;
+      ASSERT_EQ(fromAnsi(bytes), referenceWiden(bytes)) << round;
     }
-    ASSERT_EQ(toAnsi(text), referenceNarrow(text)) << round;
-    ASSERT_EQ(fromAnsi(bytes), referenceWiden(bytes)) << round;
-  }
+  });
 }
 
 }  // namespace
