@@ -115,7 +115,8 @@ ZRK_AVX2 inline void store32(char16_t* out, __m256i v) {
 ZRK_AVX2 inline __m256i load32(const char* in) {
   return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in));
 }
-// Characters above 0xFF saturate to 0xFF, which is outside the alphabet as they are.
+// A character above 0xFF saturates to 0xFF, or from 0x8000 (negative as a signed number) to 0:
+// outside the alphabet either way, as the character is.
 ZRK_AVX2 inline __m256i load32(const char16_t* in) {
   __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in));
   __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(in + 16));
