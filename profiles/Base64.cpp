@@ -199,10 +199,13 @@ ZRK_AVX2 size_t decodeBlocks(const Tables& t, const Char* in, size_t groups, cha
     // Two values to 12 bits, two of those to 24, then the three bytes of each group in order.
     __m256i pairs = _mm256_maddubs_epi16(values, _mm256_set1_epi32(0x01400140));
     __m256i words = _mm256_madd_epi16(pairs, _mm256_set1_epi32(0x00011000));
-    __m256i bytes = _mm256_shuffle_epi8(words, gather);
+    // Each half holds 12 bytes in its first three words; the 24 go together, and exactly they
+    // are stored.
+    __m256i bytes = _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(words, gather),
+                                                _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7));
     char* o = out + g * 3;
     _mm_storeu_si128(reinterpret_cast<__m128i*>(o), _mm256_castsi256_si128(bytes));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(o + 12), _mm256_extracti128_si256(bytes, 1));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(o + 16), _mm256_extracti128_si256(bytes, 1));
   }
   return g;
 }
