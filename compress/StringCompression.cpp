@@ -90,6 +90,18 @@ std::optional<Text> expandWhole(const Text& stream, int32_t origSize) {
   return platform::fromAnsi(r.bytes);
 }
 
+std::optional<std::string> expandWhole(std::string_view stream, int32_t origSize) {
+  WorkBuffer buffer;
+  WorkBuffer::Result r = buffer.expand(stream, origSize);
+  if (!r.whole) return std::nullopt;
+  return std::string(r.bytes);
+}
+
+std::string compressBytes(std::string_view bytes) {
+  WorkBuffer buffer;
+  return std::string(buffer.compress(bytes).bytes);
+}
+
 }  // namespace compression
 
 // The public operations drop zlib's status: it raises nothing.

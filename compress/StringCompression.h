@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include <zrkKVL/Text.h>
@@ -23,6 +24,11 @@ int32_t maxExpandedLength(size_t streamLength);
 // What the stream expands to in the work buffer for `origSize`, or nothing when zlib could not
 // expand it whole (damaged, cut short, or larger than the buffer).
 std::optional<Text> expandWhole(const Text& stream, int32_t origSize);
+// The same on bytes, one byte per character.
+std::optional<std::string> expandWhole(std::string_view stream, int32_t origSize);
+
+// The stream that CompressString makes of the same characters, on bytes.
+std::string compressBytes(std::string_view bytes);
 
 // zlib's output buffer, kept from one call to the next so that a run over many streams
 // allocates once. Its bytes are not cleared before a call: only a failed call clears what zlib

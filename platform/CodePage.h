@@ -15,4 +15,9 @@ unsigned char toAnsiByte(char16_t c);
 Text fromAnsi(std::string_view bytes);
 std::string toAnsi(TextView text);
 
+// The same into `out`, which holds one character or byte for each, for callers that convert
+// piece by piece.
+void fromAnsiInto(std::string_view bytes, char16_t* out);
+void toAnsiInto(TextView text, unsigned char* out);
+
 }  // namespace zrk::platform

@@ -49,15 +49,15 @@ Text otherName(const Text& name, const Text& from, const Text& to) {
   return out;
 }
 
-// The lines of the line reader, each followed by CR LF.
-Text joinLines(const Variant& lines) {
+// The lines of the line reader, each followed by CR LF, as the bytes of the file to be.
+std::string joinLines(const Variant& lines) {
   const VariantArray& a = lines.array();
   Text text;
   for (int32_t i = a.lowerBound; i <= a.upperBound(); ++i) {
     if (i > a.lowerBound) text += u"\r\n";
     text += a.at(i).toText();
   }
-  return text;
+  return platform::toAnsi(text);
 }
 
 // The Size field: the digits' values, units first.
@@ -81,17 +81,22 @@ int32_t sizeFromField(std::string_view field) {
   return int32_t(n);
 }
 
-// The text the stream expands to. The size read from the file only sizes the buffer, and no
+// The bytes the stream expands to. The size read from the file only sizes the buffer, and no
 // stream expands beyond what its length allows, so a made-up size costs no more than the file's
 // real one. A stream that does not expand whole is damage: reported, and nothing is written.
-std::string expandedText(const Text& stream, int32_t size, const Text& packedName) {
+std::string expandedText(std::string_view stream, int32_t size, const Text& packedName) {
   size = std::min(size, compression::maxExpandedLength(stream.size()));
-  std::optional<Text> text = compression::expandWhole(stream, size);
+  std::optional<std::string> text = compression::expandWhole(stream, size);
   if (!text) {
     throw Failure(err::InputPastEndOfFile,
                   defaultDescription(err::InputPastEndOfFile) + u" [" + packedName + u"]");
   }
-  return platform::toAnsi(*text);
+  return std::move(*text);
+}
+
+// The bytes before the first byte 0, all of them when there is none.
+std::string_view beforeFirstZero(std::string_view body) {
+  return body.substr(0, body.find('\0'));
 }
 
 }  // namespace
@@ -109,7 +114,7 @@ Text SizeDigits(size_t length) {
 }
 
 Text BytesToText(std::string_view bytes) {
-  return platform::fromAnsi(bytes.substr(0, bytes.find('\0')));
+  return platform::fromAnsi(beforeFirstZero(bytes));
 }
 
 void clsKVN::CompressBINI(Text FileName, std::optional<Text> bType) {
@@ -123,11 +128,11 @@ void clsKVN::CompressBINI(Text FileName, std::optional<Text> bType) {
     if (!fso.FileExists(FileName)) {
       throw Failure(err::FileNotFound, u"File not found [" + FileName + u"]");
     }
-    Text text = joinLines(ReadFile(FileName));
+    std::string text = joinLines(ReadFile(FileName));
     frame.line(3);
     Text digits = SizeDigits(text.size());
     frame.line(4);
-    Text compressed = CompressString(text);
+    std::string compressed = compression::compressBytes(text);
     frame.line(5);
     Text packedName = otherName(FileName, u"." + type, u".b" + type);
     frame.line(6);
@@ -141,7 +146,7 @@ void clsKVN::CompressBINI(Text FileName, std::optional<Text> bType) {
     frame.line(9);
     bytes += platform::toAnsi(magicOf(type));
     frame.line(10);
-    bytes += platform::toAnsi(Base64Encode(compressed));
+    bytes += base64EncodeBytes(compressed);
     platform::writeFileWhole(platform::nativePath(packedName), bytes);
     frame.line(12);
     fso.DeleteFile(FileName, false);
@@ -184,13 +189,13 @@ bool clsKVN::DecompressBINI(Text FileName, Text* bType) {
     frame.line(8);
     in.readAt(13, body);
     frame.line(9);
-    Text bodyText = BytesToText(body);
+    std::string_view bodyText = beforeFirstZero(body);
     frame.line(10);
     in.close();
     frame.line(11);
     Text plainName = otherName(FileName, u".b" + type, u"." + type);
     frame.line(12);
-    Text decoded = Base64Decode(bodyText);
+    std::string decoded = base64DecodeBytes(bodyText);
     int32_t size = sizeFromField(field);
     frame.line(13);
     // The plain file is replaced whole and in one step, only once its new content is known, so

@@ -1,8 +1,11 @@
 // The packed text file: exact bytes, names, type words, failures and what stays on disk.
+#include <algorithm>
 #include <filesystem>
+#include <random>
 #include <string>
 
 #include "platform/CodePage.h"
+#include "profiles/Base64.h"
 #include "profiles/BiniFormat.h"
 #include "tests/profiles/ProfileTestSupport.h"
 
@@ -76,6 +79,32 @@ TEST_F(BiniFile, ContentRoundTrips) {
     pack("r.ini", c.plain, "r.bini");
     ASSERT_TRUE(kvn->DecompressBINI(root.text("r.bini")));
     EXPECT_EQ(readBytes(root / "r.ini"), c.unpacked);
+  }
+  EXPECT_EQ(failures(), Failures{});
+}
+
+// The packed file holds what the character-level operations make of the normalised text, for
+// every byte value and a size that spans many blocks of the vector loops.
+TEST_F(BiniFile, PackedBytesEqualTheCharacterPath) {
+  std::mt19937 rng(3);
+  for (size_t length : {1u, 47u, 200'000u}) {
+    std::string content;
+    while (content.size() < length) {
+      char b = char(rng());
+      if (b == '\r' || b == '\n') continue;
+      content += b;
+      if (rng() % 64 == 0) content += "\r\n";  // never an empty line, which would be dropped
+    }
+    std::string normalised = content + "\r\n";
+    Text stream = kvn->CompressString(platform::fromAnsi(normalised));
+    std::string expected = ansi(SizeDigits(normalised.size()));
+    std::reverse(expected.begin(), expected.end());
+    for (char& digit : expected)
+      digit = char(digit - '0');
+    expected += "BINI" + ansi(Base64Encode(stream));
+    ASSERT_EQ(pack("big.ini", content, "big.bini"), expected) << length;
+    ASSERT_TRUE(kvn->DecompressBINI(root.text("big.bini")));
+    EXPECT_EQ(readBytes(root / "big.ini"), normalised) << length;
   }
   EXPECT_EQ(failures(), Failures{});
 }

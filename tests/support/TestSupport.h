@@ -10,6 +10,7 @@
 #include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "platform/Dialogs.h"
+#include "platform/VectorLevel.h"
 
 namespace zrk::test {
 
@@ -46,6 +47,20 @@ inline Text T(const std::string& s) {
 // Byte-holding text from bytes and back, through the code page.
 Text bytes(std::string_view b);
 std::string ansi(const Text& t);
+
+// Runs `check` at every vector level the processor offers, the plain loops last, and then goes
+// back to the processor's own level.
+template <class Check>
+void atEveryVectorLevel(Check&& check) {
+  using platform::VectorLevel;
+  for (VectorLevel level : {VectorLevel::Avx512, VectorLevel::Avx2, VectorLevel::Plain}) {
+    platform::useVectorLevel(level);
+    if (platform::vectorLevel() != level) continue;
+    SCOPED_TRACE("vector level " + std::to_string(int(level)));
+    check();
+  }
+  platform::useVectorLevel(VectorLevel::Avx512);
+}
 
 // The number of the Failure that `call` throws, 0 when it throws none.
 template <class Call>
