@@ -84,10 +84,9 @@ std::string_view WorkBuffer::lineFrom(size_t from, size_t used) {
 }
 
 std::optional<Text> expandWhole(const Text& stream, int32_t origSize) {
-  WorkBuffer buffer;
-  WorkBuffer::Result r = buffer.expand(platform::toAnsi(stream), origSize);
-  if (!r.whole) return std::nullopt;
-  return platform::fromAnsi(r.bytes);
+  std::optional<std::string> bytes = expandWhole(platform::toAnsi(stream), origSize);
+  if (!bytes) return std::nullopt;
+  return platform::fromAnsi(*bytes);
 }
 
 std::optional<std::string> expandWhole(std::string_view stream, int32_t origSize) {
