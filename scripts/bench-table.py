@@ -94,11 +94,11 @@ def ratio_text(r):
     return f"{r:.2f}x"
 
 
-def sizes_of(runs, base):
+def sizes_of(runs, base, kind="Op"):
     """The sized names "base/N" of a family, smallest N first; or just base."""
-    sized = sorted((n for k, n in runs if k == "Op" and n.startswith(base + "/") and
+    sized = sorted((n for k, n in runs if k == kind and n.startswith(base + "/") and
                     n[len(base) + 1:].isdigit()), key=lambda n: int(n.rsplit("/", 1)[1]))
-    return sized or ([base] if ("Op", base) in runs else [])
+    return sized or ([base] if (kind, base) in runs else [])
 
 
 class Table:
@@ -196,6 +196,8 @@ def rate_rows(t, runs, base, bound):
 
 
 def items_rows(t, runs, base, bound):
+    """Ratio rows per size; flat when the time per item grows no faster than the floor's: the
+    floor's own slowdown with size (caches, fresh memory) is what the machine allows."""
     names = sizes_of(runs, base)
     per_item, floor_per_item = [], []
     for name in names:
@@ -204,11 +206,13 @@ def items_rows(t, runs, base, bound):
         per_item.append((size, statistics.median(rates(runs[("Op", name)], "items"))))
         if ("Floor", name) in runs:
             floor_per_item.append((size, statistics.median(rates(runs[("Floor", name)], "items"))))
-    flat_row(t, base, per_item, "appends")
     if len(floor_per_item) == len(per_item) > 1:
-        # How flat the floor itself is: what the machine allows.
         (small, r0), (large, r1) = floor_per_item[0], floor_per_item[-1]
         t.add(f"limit: {base} floor, {large} vs {small} appends", ratio=ratio_text(r1 / r0))
+        per_item = [(size, r / f) for (size, r), (_, f) in zip(per_item, floor_per_item)]
+        flat_row(t, base + " against its floor", per_item, "appends")
+    else:
+        flat_row(t, base, per_item, "appends")
 
 
 def peak_row(t, runs, name, bound):
@@ -225,26 +229,31 @@ def peak_row(t, runs, name, bound):
 def limit_rows(t, runs):
     """Fresh-page bandwidth, and what it allows a reader whose result is k times its input; zlib
     alone on an archive member."""
-    best = 0.0
-    for name in ("FreshPages", "FreshHugePages"):
-        reps = runs.get(("Limit", name))
-        if reps:
-            r = statistics.median(rates(reps))
-            best = max(best, r)
-            t.add(f"limit: {name}", duration(statistics.median(map(seconds, reps))), rate_text(r),
-                  rng=spread(rates(reps), rate_text))
+    large = {}  # kind -> rates at the largest size
+    for kind in ("FreshPages", "FreshHugePages"):
+        for name in sizes_of(runs, kind, "Limit"):
+            reps = runs[("Limit", name)]
+            rs = rates(reps)
+            t.add(f"limit: {name} MiB", duration(statistics.median(map(seconds, reps))),
+                  rate_text(statistics.median(rs)), rng=spread(rs, rate_text))
+            large[kind] = rs
     for name, bounds in (("Deflate", "MakeArchive"), ("Inflate", "ExtractArchive")):
         reps = runs.get(("Limit", name))
         if reps:
             t.add(f"limit: zlib {name.lower()} of a member alone ({bounds})",
                   duration(statistics.median(map(seconds, reps))),
                   rate_text(statistics.median(rates(reps))), rng=spread(rates(reps), rate_text))
+    if not large:
+        return
+    # The kind of fresh memory that is faster at the largest size, with its range.
+    best = max(large.values(), key=statistics.median)
     for name in ("HexRead", "BinRead"):
         reps = runs.get(("Mem", name + "/100"))
-        if best and reps and "result_bytes" in reps[0]:
+        if reps and "result_bytes" in reps[0]:
             per_input = reps[0]["result_bytes"] / (100 << 20)
-            t.add(f"limit: {name}, {per_input:.1f} result bytes per input byte",
-                  rate=rate_text(best / per_input))
+            t.add(f"limit: {name} 100 MiB, {per_input:.1f} result bytes per input byte",
+                  rate=rate_text(statistics.median(best) / per_input),
+                  rng=spread([r / per_input for r in best], rate_text))
 
 
 def info_row(t, runs, base):
