@@ -83,12 +83,6 @@ std::string_view WorkBuffer::lineFrom(size_t from, size_t used) {
   return std::string_view(bytes_.get() + from, used + kLineEnd - from);
 }
 
-std::optional<Text> expandWhole(const Text& stream, int32_t origSize) {
-  std::optional<std::string> bytes = expandWhole(platform::toAnsi(stream), origSize);
-  if (!bytes) return std::nullopt;
-  return platform::fromAnsi(*bytes);
-}
-
 std::optional<std::string> expandWhole(std::string_view stream, int32_t origSize) {
   WorkBuffer buffer;
   WorkBuffer::Result r = buffer.expand(stream, origSize);

@@ -23,8 +23,6 @@ int32_t maxExpandedLength(size_t streamLength);
 
 // What the stream expands to in the work buffer for `origSize`, or nothing when zlib could not
 // expand it whole (damaged, cut short, or larger than the buffer).
-std::optional<Text> expandWhole(const Text& stream, int32_t origSize);
-// The same on bytes, one byte per character.
 std::optional<std::string> expandWhole(std::string_view stream, int32_t origSize);
 
 // The stream that CompressString makes of the same characters, on bytes.

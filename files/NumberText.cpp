@@ -33,8 +33,6 @@ struct PieceTable {
       length[b] = uint8_t(n + 1);
     }
   }
-
-  TextView piece(unsigned char b) const { return {chars[b], length[b]}; }
 };
 
 const PieceTable& pieceTable(int radix) {
@@ -111,21 +109,6 @@ Text numberText(platform::FileImage& file, int radix, SpareTail tail) {
   }
   appendBlanks(out, size - out.size());
   return out;
-}
-
-void appendNumberText(Text& buf, int32_t& len, std::string_view bytes, int radix) {
-  const PieceTable& t = pieceTable(radix);
-  BufferGrowth growth(buf.size(), len);
-  try {
-    walkPieces(growth, bytes, t);
-  } catch (const Failure&) {
-    for (unsigned char b : bytes)
-      appendToBuffer(buf, len, t.piece(b));
-    return;
-  }
-  buf.resize(growth.size(), u' ');
-  writePieces(buf.data() + len, bytes, t);
-  len = growth.len();
 }
 
 }  // namespace zrk::files

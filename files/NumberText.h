@@ -21,9 +21,4 @@ enum class SpareTail { Kept, Trimmed };
 // one pass into one allocation, and the file's pages are given back as they are used.
 Text numberText(platform::FileImage& file, int radix, SpareTail tail);
 
-// Appends each byte's piece to a growing buffer that may already hold text, with the same
-// sizes and failures as appending them one by one; a run that fails is appended one by one, so
-// the buffer is left as that failure finds it.
-void appendNumberText(Text& buf, int32_t& len, std::string_view bytes, int radix);
-
 }  // namespace zrk::files

@@ -222,14 +222,23 @@ void OutputFile::writeText(TextView text) {
 }
 
 void OutputFile::writeBytes(std::string_view bytes) {
+  if (bytes.size() >= 65536) {  // a large piece goes out as it stands, without a copy
+    flush();
+    writeOut(bytes);
+    return;
+  }
   pending_.append(bytes);
   if (pending_.size() >= 65536) flush();
 }
 
 void OutputFile::flush() {
-  if (broken_) throw Failure(err::DeviceIOError);
   std::string bytes = std::move(pending_);
   pending_.clear();
+  writeOut(bytes);
+}
+
+void OutputFile::writeOut(std::string_view bytes) {
+  if (broken_) throw Failure(err::DeviceIOError);
   try {
     if (replacement_) {
       replacement_->write(bytes);

@@ -105,6 +105,7 @@ class OutputFile {
 
  private:
   void flush();
+  void writeOut(std::string_view bytes);
   FileNumber number_;
   std::string path_;
   std::optional<FileReplacement> replacement_;  // output

@@ -9,6 +9,8 @@ namespace {
 
 VectorLevel offered() {
 #if defined(__x86_64__)
+  // The processor table may not be filled yet when this runs during static initialisation.
+  __builtin_cpu_init();
   // The 512-bit loops use byte permutes (VBMI) beside the byte and word operations (BW).
   if (__builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vbmi"))
     return VectorLevel::Avx512;

@@ -112,50 +112,5 @@ TEST_F(NumberText, OnePassEqualsPieceByPieceOverRandomFiles) {
   EXPECT_EQ(failureCount(), 0u);
 }
 
-// Appends `bytes` to buffers in several states, one way and piece by piece: same failure, same
-// buffer, same fill level.
-void checkAppends(const std::string& bytes) {
-  struct Case {
-    const char* what;
-    Text buf;
-    int32_t len;
-    int32_t failure;
-  } cases[] = {
-      {"empty", u"", 0, 0},
-      {"text with room", u"abc" + Text(40, u' '), 3, 0},
-      {"full text", u"abcdef", 6, 0},
-      {"count inside the text", u"abcdef", 2, 0},
-      {"negative count, no growth", u"abcdef", -1, err::InvalidCall},
-      {"negative count, growth first", u"", -1, err::InvalidCall},
-      {"count at the 32-bit end", u"ab", INT32_MAX - 1, err::Overflow},
-  };
-  for (int radix : {10, 16}) {
-    for (const auto& c : cases) {
-      SCOPED_TRACE(std::to_string(bytes.size()) + " bytes");
-      Text expected = c.buf, buf = c.buf;
-      int32_t expectedLen = c.len, len = c.len;
-      int32_t expectedFailure = failureOf([&] {
-        for (unsigned char b : bytes)
-          files::appendToBuffer(expected, expectedLen, pieceOf(b, radix));
-      });
-      int32_t failure = failureOf([&] { files::appendNumberText(buf, len, bytes, radix); });
-      EXPECT_EQ(expectedFailure, c.failure) << c.what;
-      EXPECT_EQ(failure, c.failure) << c.what << " radix " << radix;
-      EXPECT_EQ(difference(buf, expected), "") << c.what << " radix " << radix;
-      EXPECT_EQ(len, expectedLen) << c.what << " radix " << radix;
-    }
-  }
-}
-
-TEST_F(NumberText, AppendingToAFilledBufferMatchesPieceByPiece) {
-  // A short run, and one long enough to be walked in blocks.
-  std::string longRun(1000, '\0');
-  for (size_t i = 0; i < longRun.size(); ++i)
-    longRun[i] = char(i * 37);
-  for (const std::string& bytes : {bytesOf({0, 9, 10, 15, 16, 99, 100, 255, 7}), longRun}) {
-    checkAppends(bytes);
-  }
-}
-
 }  // namespace
 }  // namespace zrk::test
