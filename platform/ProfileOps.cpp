@@ -157,7 +157,7 @@ std::string folded(Bytes name) {
 // A file read for the first time is searched as it stands: building tables would cost more
 // than the one search. From its second lookup on, the tables are built once and used.
 bool usesTables(const CachedProfile& p) {
-  return p.uses > 1;
+  return p.reused;
 }
 
 // Where the first line after the header of section `name` starts.
@@ -253,8 +253,8 @@ Bytes unquote(Bytes v) {
   return v;
 }
 
-// The file's content through this thread's cache; nullptr when it cannot be read.
-CachedProfile* loadProfile(const ResolvedPath& file) {
+// The file's content through this thread's cache; empty when it cannot be read.
+LoadedProfile loadProfile(const ResolvedPath& file) {
   return ProfileCache::forThread().load(file);
 }
 
@@ -286,10 +286,7 @@ class NulList {
   }
 
  private:
-  static void copy(Bytes bytes, Text& buffer) {
-    for (size_t i = 0; i < bytes.size(); ++i)
-      buffer[i] = fromAnsiByte(static_cast<unsigned char>(bytes[i]));
-  }
+  static void copy(Bytes bytes, Text& buffer) { fromAnsiInto(bytes, buffer.data()); }
   int32_t size_;
   std::string all_;
 };
@@ -368,36 +365,47 @@ bool writableNames(Bytes section, const std::string* key, const std::string* val
          k.front() != '[';
 }
 
-}  // namespace
-
-Text profileString(const Text& section, const Text& key, TextView def, int32_t size,
-                   const ResolvedPath& file) {
-  std::string defBytes = toAnsi(def);
-  Bytes value = defBytes;
+// The value of `key` in `section` of the file held by `p`, or `def` without its trailing
+// blanks; cut to size - 1 bytes. It views `def` or the file's bytes.
+Bytes valueOrDefault(const Text& section, const Text& key, Bytes def, int32_t size,
+                     LoadedProfile& p, const ResolvedPath& file) {
+  Bytes value = def;
   while (!value.empty() && isBlank(value.back()))
     value.remove_suffix(1);
   std::string sectionBytes = toAnsi(section), keyBytes = toAnsi(key);
   Bytes s = trim(sectionBytes), k = trim(keyBytes);
   if (!s.empty() && !k.empty()) {
-    if (CachedProfile* p = loadProfile(file)) {
+    if ((p = loadProfile(file))) {
       if (auto found = keyValue(*p, s, k)) value = unquote(*found);
     }
   }
+  return value.substr(0, std::min(value.size(), size_t(std::max(size, 1) - 1)));
+}
+
+}  // namespace
+
+Text profileString(const Text& section, const Text& key, TextView def, int32_t size,
+                   const ResolvedPath& file) {
+  std::string defBytes = toAnsi(def);
+  LoadedProfile p;
+  Bytes value = valueOrDefault(section, key, defBytes, size, p, file);
   if (size <= 0) return Text();
-  return fromAnsi(value.substr(0, std::min(value.size(), size_t(size - 1))));
+  return fromAnsi(value);
 }
 
 int32_t GetPrivateProfileStringA(const Text* section, const Text* key, TextView def, Text& buffer,
                                  int32_t size, TextView file) {
   if (section && key) {
     if (size <= 0) return 0;
-    Text value = profileString(*section, *key, def, size, ResolvedPath::of(file));
-    std::copy(value.begin(), value.end(), buffer.begin());
+    std::string defBytes = toAnsi(def);
+    LoadedProfile p;
+    Bytes value = valueOrDefault(*section, *key, defBytes, size, p, ResolvedPath::of(file));
+    fromAnsiInto(value, buffer.data());
     buffer[value.size()] = u'\0';
     return int32_t(value.size());
   }
   NulList list(size);
-  CachedProfile* p = loadProfile(ResolvedPath::of(file));
+  LoadedProfile p = loadProfile(ResolvedPath::of(file));
   if (!p) return list.put(buffer);
   if (!section) {
     forEachSectionHead(*p, [&](const Line& l) { return list.add(l.name); });
@@ -411,7 +419,7 @@ int32_t GetPrivateProfileStringA(const Text* section, const Text* key, TextView 
 }
 
 int32_t GetPrivateProfileSectionA(TextView section, Text& buffer, int32_t size, TextView file) {
-  CachedProfile* p = loadProfile(ResolvedPath::of(file));
+  LoadedProfile p = loadProfile(ResolvedPath::of(file));
   if (!p) return 0;
   NulList list(size);
   std::string sectionBytes = toAnsi(section);
