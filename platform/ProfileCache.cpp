@@ -6,7 +6,6 @@
 #include <time.h>
 
 #include <algorithm>
-#include <cstring>
 
 #include <zrkKVL/Failure.h>
 #include "platform/FileIO.h"
@@ -20,10 +19,6 @@ thread_local ProfileCache* tLiveCache = nullptr;
 
 int64_t nanoseconds(const struct timespec& t) {
   return int64_t(t.tv_sec) * 1000000000 + t.tv_nsec;
-}
-
-bool isBlank(char c) {
-  return c == ' ' || c == '\t';
 }
 
 // The clock the file system stamps files with: a later change of a file gets a stamp no
@@ -77,20 +72,6 @@ int64_t stampStep(const struct timespec& stamp) {
   return step;
 }
 
-std::vector<size_t> findSectionHeads(std::string_view bytes) {
-  std::vector<size_t> heads;
-  const char* data = bytes.data();
-  const char* stop = data + bytes.size();
-  for (const char* at = data;
-       (at = static_cast<const char*>(std::memchr(at, '[', size_t(stop - at)))); ++at) {
-    const char* begin = at;
-    while (begin > data && isBlank(begin[-1]))
-      --begin;
-    if (begin == data || begin[-1] == '\r' || begin[-1] == '\n') heads.push_back(size_t(at - data));
-  }
-  return heads;
-}
-
 ProfileKey ProfileKey::of(const struct stat& st) {
   return ProfileKey{st.st_dev, st.st_ino, st.st_size, nanoseconds(st.st_mtim),
                     nanoseconds(st.st_ctim)};
@@ -136,7 +117,6 @@ std::unique_ptr<CachedProfile> ProfileCache::read(const std::string& nativePath)
   } catch (const Failure&) {
     return nullptr;
   }
-  entry->heads = findSectionHeads(entry->bytes());
   entry->key = ProfileKey::of(st);
   // Only a regular file of a local file system whose stamps lie before the read can be told
   // apart from every later state of itself; anything else is read again on the next lookup.

@@ -51,18 +51,11 @@ struct CachedProfile {
 
   std::string_view bytes() const { return data; }
 
-  // Where each "[" stands that is the first character other than a blank of its line: the
-  // only places where a section head can start, found once when the file is read.
-  std::vector<size_t> heads;
-
   // Section names folded for comparison -> where the first section of that name has its body.
   std::optional<std::unordered_map<std::string, size_t>> sections;
   // Body of a section -> its key names folded -> the first such key's value, blanks trimmed.
   std::unordered_map<size_t, std::unordered_map<std::string, std::string_view>> keys;
 };
-
-// Where each "[" stands that is the first character other than a blank of its line.
-std::vector<size_t> findSectionHeads(std::string_view bytes);
 
 // What a load gives: a kept entry, valid until the next call on the cache, or content that
 // is not kept, which this handle owns and frees when it goes.

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -121,11 +122,27 @@ Line headLine(Bytes all, size_t head) {
   return lineAt(all, begin);
 }
 
+// Where the first "[" from `from` on stands that is the first character other than a blank
+// of its line: the only places where a section head can start. npos when there is none.
+size_t nextSectionHead(Bytes all, size_t from) {
+  const char* data = all.data();
+  const char* stop = data + all.size();
+  for (const char* at = data + std::min(from, all.size());
+       at < stop && (at = static_cast<const char*>(std::memchr(at, '[', size_t(stop - at))));
+       ++at) {
+    const char* begin = at;
+    while (begin > data && isBlank(begin[-1]))
+      --begin;
+    if (begin == data || begin[-1] == '\r' || begin[-1] == '\n') return size_t(at - data);
+  }
+  return Bytes::npos;
+}
+
 // Calls fn(line) for each section head in file order until it gives false.
 template <class Fn>
-void forEachSectionHead(const CachedProfile& p, Fn&& fn) {
-  for (size_t head : p.heads) {
-    Line l = headLine(p.bytes(), head);
+void forEachSectionHead(Bytes all, Fn&& fn) {
+  for (size_t at = nextSectionHead(all, 0); at != Bytes::npos; at = nextSectionHead(all, at + 1)) {
+    Line l = headLine(all, at);
     if (l.kind == Line::Kind::Section && !fn(l)) return;
   }
 }
@@ -162,17 +179,19 @@ bool usesTables(const CachedProfile& p) {
 
 // Where the first line after the header of section `name` starts.
 std::optional<size_t> sectionBody(CachedProfile& p, Bytes name) {
+  Bytes all = p.bytes();
   if (!usesTables(p)) {
-    for (size_t head : p.heads) {
-      if (!mayBeNamed(p.bytes(), head, name)) continue;
-      Line l = headLine(p.bytes(), head);
+    for (size_t at = nextSectionHead(all, 0); at != Bytes::npos;
+         at = nextSectionHead(all, at + 1)) {
+      if (!mayBeNamed(all, at, name)) continue;
+      Line l = headLine(all, at);
       if (l.kind == Line::Kind::Section && sameName(l.name, name)) return l.next;
     }
     return std::nullopt;
   }
   if (!p.sections) {
     p.sections.emplace();
-    forEachSectionHead(p, [&](const Line& l) {
+    forEachSectionHead(all, [&](const Line& l) {
       p.sections->try_emplace(folded(l.name), l.next);
       return true;
     });
@@ -234,15 +253,14 @@ struct SectionSpan {
 
 std::optional<SectionSpan> findSection(Bytes all, Bytes name) {
   std::optional<SectionSpan> span;
-  for (size_t at : findSectionHeads(all)) {
-    Line l = headLine(all, at);
-    if (l.kind != Line::Kind::Section) continue;
+  forEachSectionHead(all, [&](const Line& l) {
     if (span) {
       span->end = l.begin;
-      break;
+      return false;
     }
     if (sameName(l.name, name)) span = SectionSpan{l, all.size()};
-  }
+    return true;
+  });
   return span;
 }
 
@@ -408,7 +426,7 @@ int32_t GetPrivateProfileStringA(const Text* section, const Text* key, TextView 
   LoadedProfile p = loadProfile(ResolvedPath::of(file));
   if (!p) return list.put(buffer);
   if (!section) {
-    forEachSectionHead(*p, [&](const Line& l) { return list.add(l.name); });
+    forEachSectionHead(p->bytes(), [&](const Line& l) { return list.add(l.name); });
     return list.put(buffer);
   }
   std::string sectionBytes = toAnsi(*section);
