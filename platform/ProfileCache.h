@@ -46,7 +46,7 @@ struct ProfileKey {
 struct CachedProfile {
   ProfileKey key{};
   std::string data;
-  bool trusted = false;  // read when its stamps lay behind the file system's clock
+  bool trusted = false;  // of a local file system, read when its stamps lay behind its clock
   bool reused = false;   // a lookup found it kept: it serves more than one
 
   std::string_view bytes() const { return data; }
@@ -74,10 +74,10 @@ class LoadedProfile {
   CachedProfile* profile_ = nullptr;
 };
 
-// The step of the clock that gave a stamp, judged from the stamp alone, in ns: the stamp is a
-// multiple of the file system's granularity, so its trailing decimal zeros bound that from
-// below, and ten times their unit is at least the granularity. A stamp without nanoseconds
-// may come from FAT's two-second clock.
+// The step of the clock that gave a stamp, judged from the stamp alone, in ns. A stamp is a
+// multiple of its file system's granularity (a power of ten of nanoseconds), so that is no
+// coarser than the unit of the stamp's last nonzero digit; ten such units leave a margin. A
+// stamp without nanoseconds may come from FAT's two-second clock.
 int64_t stampStep(const struct timespec& stamp);
 
 class ProfileCache {

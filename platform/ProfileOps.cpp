@@ -383,8 +383,8 @@ bool writableNames(Bytes section, const std::string* key, const std::string* val
          k.front() != '[';
 }
 
-// The value of `key` in `section` of the file held by `p`, or `def` without its trailing
-// blanks; cut to size - 1 bytes. It views `def` or the file's bytes.
+// The value of `key` in `section` of `file`, or `def` without its trailing blanks; cut to
+// size - 1 bytes. It views `def` or the file's content, which `p` holds for the caller.
 Bytes valueOrDefault(const Text& section, const Text& key, Bytes def, int32_t size,
                      LoadedProfile& p, const ResolvedPath& file) {
   Bytes value = def;
