@@ -84,8 +84,8 @@ class ProfileCache {
  public:
   static constexpr size_t kEntries = 4;
   // A thread keeps no more than this of files' bytes. The lookup tables over them take up to
-  // about 30 times their bytes (a hashed entry of some 100 bytes for a line of 3 or more), so
-  // the bytes and the tables stay within some 64 MiB.
+  // some 20 times their bytes, when every line is a short key of its own (a hashed entry of
+  // about 90 bytes for a line of 5), so the bytes and the tables stay within some 45 MiB.
   static constexpr size_t kMaxBytes = 2u << 20;
 
   // This thread's cache.
