@@ -31,24 +31,6 @@ Failure openFailure(int e) {
   return failureFromErrno(e);
 }
 
-// Opens a file for a whole read and gives the size the file system states for it (0 for files
-// whose size shows only by reading them, such as those under /proc).
-FileHandle openForReading(const std::string& p, size_t& statedSize) {
-  int fd = sys::open(p.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) {
-    int e = errno;
-    struct stat st;
-    if (::stat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) throw Failure(err::PathFileAccessError);
-    throw openFailure(e);
-  }
-  FileHandle h(fd);
-  struct stat st;
-  if (::fstat(fd, &st) != 0) throw failureFromErrno(errno);
-  if (S_ISDIR(st.st_mode)) throw Failure(err::PathFileAccessError);
-  statedSize = st.st_size > 0 ? size_t(st.st_size) : 0;
-  return h;
-}
-
 // Reads into `dst` until its `room` is full or the file ends; gives the count read.
 size_t readUpTo(int fd, char* dst, size_t room) {
   size_t have = 0;
@@ -121,15 +103,26 @@ std::string readAllBytes(TextView path) {
   return readNativeBytes(checkedNativePath(path));
 }
 
-std::string readNativeBytes(const std::string& path) {
-  size_t stated = 0;
-  FileHandle h = openForReading(path, stated);
+FileHandle openForReading(const std::string& p, struct stat& st) {
+  int fd = sys::open(p.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) {
+    int e = errno;
+    if (::stat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) throw Failure(err::PathFileAccessError);
+    throw openFailure(e);
+  }
+  FileHandle h(fd);
+  if (::fstat(fd, &st) != 0) throw failureFromErrno(errno);
+  if (S_ISDIR(st.st_mode)) throw Failure(err::PathFileAccessError);
+  return h;
+}
+
+std::string readToEnd(int fd, size_t stated) {
   std::string bytes(stated, '\0');
-  size_t have = readUpTo(h.fd(), bytes.data(), bytes.size());
+  size_t have = readUpTo(fd, bytes.data(), bytes.size());
   // A file that grew since its size was asked for, or that states none, is read on to its end.
   while (have == bytes.size()) {
     char more[16384];
-    size_t n = readUpTo(h.fd(), more, sizeof more);
+    size_t n = readUpTo(fd, more, sizeof more);
     if (n == 0) break;
     bytes.append(more, n);
     have += n;
@@ -138,9 +131,16 @@ std::string readNativeBytes(const std::string& path) {
   return bytes;
 }
 
+std::string readNativeBytes(const std::string& path) {
+  struct stat st;
+  FileHandle h = openForReading(path, st);
+  return readToEnd(h.fd(), statedSize(st));
+}
+
 FileImage::FileImage(TextView path) {
-  size_t stated = 0;
-  FileHandle h = openForReading(checkedNativePath(path), stated);
+  struct stat st;
+  FileHandle h = openForReading(checkedNativePath(path), st);
+  size_t stated = statedSize(st);
   // Room for one byte more than stated, so the end of the file shows without a second buffer.
   mapped_ = roundUpToPage(stated + 1);
   void* p = ::mmap(nullptr, mapped_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);

@@ -3,6 +3,7 @@
 // of SafeFile.h.
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <cstdint>
@@ -48,6 +49,15 @@ class FileHandle {
 std::string readAllBytes(TextView path);
 // The same for a native path, as it stands.
 std::string readNativeBytes(const std::string& nativePath);
+// The open of those reads, with what fstat says of the open file; failures as there.
+FileHandle openForReading(const std::string& nativePath, struct stat& st);
+// The size the file system states for a file: 0 for files whose size shows only by reading
+// them, such as those under /proc.
+inline size_t statedSize(const struct stat& st) {
+  return st.st_size > 0 ? size_t(st.st_size) : 0;
+}
+// Reads an open file from where it stands to its end, `stated` bytes expected.
+std::string readToEnd(int fd, size_t stated);
 
 // The whole content of a file in pages of its own, with the failures of readAllBytes. A reader
 // that makes something large of the bytes hands back the pages it has used as it goes, so the

@@ -1,16 +1,14 @@
 // Per-thread cache of INI files read whole, keyed by what stat says of them.
 #include "platform/ProfileCache.h"
 
-#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/vfs.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 
+#include <zrkKVL/Failure.h>
 #include "platform/FileIO.h"
-#include "platform/SysCalls.h"
 
 namespace zrk::platform {
 namespace {
@@ -31,53 +29,47 @@ int64_t fileClockNow() {
   return nanoseconds(now);
 }
 
-// Whether a stamp lies before `now` by more than the file system's step, judged from the stamp
-// itself: a file system that keeps whole seconds (two on FAT) gives no nanoseconds, one that
-// keeps microseconds or milliseconds gives whole thousands of them.
+// Whether a stamp lies before `now` by more than the step of the clock that gave it.
 bool stampedBefore(const struct timespec& stamp, int64_t now) {
-  int64_t step = stamp.tv_nsec == 0 ? 2000000000 : stamp.tv_nsec % 1000 == 0 ? 1000000 : 0;
-  return nanoseconds(stamp) + step < now;
+  return nanoseconds(stamp) + stampStep(stamp) < now;
 }
 
-bool isBlank(char c) {
-  return c == ' ' || c == '\t';
-}
-
-// Reads to the end into `entry`, starting with room for `expected` bytes and one more, so
-// that a file of the size stat gave is read without copying.
-bool readAll(int fd, size_t expected, CachedProfile& entry) {
-  size_t capacity = expected + 1;
-  entry.data = std::make_unique_for_overwrite<char[]>(capacity);
-  entry.size = 0;
-  for (;;) {
-    if (entry.size == capacity) {
-      capacity = capacity * 2 + 65536;
-      auto grown = std::make_unique_for_overwrite<char[]>(capacity);
-      std::memcpy(grown.get(), entry.data.get(), entry.size);
-      entry.data = std::move(grown);
-    }
-    ssize_t n = ::read(fd, entry.data.get() + entry.size, capacity - entry.size);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) return false;
-    if (n == 0) return true;
-    entry.size += size_t(n);
+// Whether stat on this file system asks the disk's own state. A network or FUSE file system
+// may answer from an attribute cache, and its stamps come from another machine's clock, so an
+// unchanged stat there does not show that no one else has written the file since.
+bool isLocal(const struct statfs& fs) {
+  constexpr uint32_t kNtfs3Magic = 0x7366746e;  // "ntfs"
+  switch (uint32_t(fs.f_type)) {
+    case EXT4_SUPER_MAGIC:  // also ext2 and ext3
+    case XFS_SUPER_MAGIC:
+    case BTRFS_SUPER_MAGIC:
+    case F2FS_SUPER_MAGIC:
+    case TMPFS_MAGIC:
+    case RAMFS_MAGIC:
+    case OVERLAYFS_SUPER_MAGIC:
+    case NILFS_SUPER_MAGIC:
+    case REISERFS_SUPER_MAGIC:
+    case MSDOS_SUPER_MAGIC:
+    case EXFAT_SUPER_MAGIC:
+    case kNtfs3Magic:
+    case UDF_SUPER_MAGIC:
+    case ISOFS_SUPER_MAGIC:
+    case SQUASHFS_MAGIC:
+    case EROFS_SUPER_MAGIC_V1:
+      return true;
+    default:
+      return false;
   }
 }
 
 }  // namespace
 
-std::vector<size_t> findSectionHeads(std::string_view bytes) {
-  std::vector<size_t> heads;
-  const char* data = bytes.data();
-  const char* stop = data + bytes.size();
-  for (const char* at = data;
-       (at = static_cast<const char*>(std::memchr(at, '[', size_t(stop - at)))); ++at) {
-    const char* begin = at;
-    while (begin > data && isBlank(begin[-1]))
-      --begin;
-    if (begin == data || begin[-1] == '\r' || begin[-1] == '\n') heads.push_back(size_t(at - data));
-  }
-  return heads;
+int64_t stampStep(const struct timespec& stamp) {
+  if (stamp.tv_nsec == 0) return 2000000000;
+  int64_t step = 10;
+  for (long n = stamp.tv_nsec; n % 10 == 0; n /= 10)
+    step *= 10;
+  return step;
 }
 
 ProfileKey ProfileKey::of(const struct stat& st) {
@@ -95,41 +87,41 @@ ProfileCache& ProfileCache::forThread() {
   return owned.cache;
 }
 
-CachedProfile* ProfileCache::load(const ResolvedPath& file) {
-  uncached_.reset();
-  if (!file.found || file.isFolder()) return nullptr;
+LoadedProfile ProfileCache::load(const ResolvedPath& file) {
+  if (!file.found || file.isFolder()) return {};
   ProfileKey key = ProfileKey::of(file.st);
   auto hit =
       std::find_if(entries_.begin(), entries_.end(), [&](const auto& e) { return e->key == key; });
   if (hit != entries_.end()) {  // only content that can be trusted is kept
     std::rotate(entries_.begin(), hit, hit + 1);
-    ++entries_.front()->uses;
-    return entries_.front().get();
+    entries_.front()->reused = true;
+    return LoadedProfile(entries_.front().get());
   }
   std::unique_ptr<CachedProfile> entry = read(file.native);
-  if (!entry) return nullptr;
-  entry->uses = 1;
-  if (!entry->trusted || entry->size > kMaxBytes) {
-    uncached_ = std::move(entry);
-    return uncached_.get();
-  }
+  if (!entry) return {};
+  if (!entry->trusted || entry->data.size() > kMaxBytes) return LoadedProfile(std::move(entry));
   keep(std::move(entry));
-  return entries_.front().get();
+  return LoadedProfile(entries_.front().get());
 }
 
 std::unique_ptr<CachedProfile> ProfileCache::read(const std::string& nativePath) {
   int64_t started = fileClockNow();
-  FileHandle file(sys::open(nativePath.c_str(), O_RDONLY | O_CLOEXEC));
-  struct stat st;
-  if (file.fd() < 0 || ::fstat(file.fd(), &st) != 0 || S_ISDIR(st.st_mode)) return nullptr;
   auto entry = std::make_unique<CachedProfile>();
-  if (!readAll(file.fd(), st.st_size > 0 ? size_t(st.st_size) : 0, *entry)) return nullptr;
-  entry->heads = findSectionHeads(entry->bytes());
+  struct stat st;
+  struct statfs fs;
+  bool local = false;
+  try {
+    FileHandle file = openForReading(nativePath, st);
+    local = ::fstatfs(file.fd(), &fs) == 0 && isLocal(fs);
+    entry->data = readToEnd(file.fd(), statedSize(st));
+  } catch (const Failure&) {
+    return nullptr;
+  }
   entry->key = ProfileKey::of(st);
-  // Only a regular file whose stamps lie before the read can be told apart from every later
-  // state of itself; anything else is read again on the next lookup.
-  entry->trusted = S_ISREG(st.st_mode) && stampedBefore(st.st_mtim, started) &&
-                   stampedBefore(st.st_ctim, started) && entry->size == size_t(st.st_size);
+  // Only a regular file of a local file system whose stamps lie before the read can be told
+  // apart from every later state of itself; anything else is read again on the next lookup.
+  entry->trusted = local && S_ISREG(st.st_mode) && stampedBefore(st.st_mtim, started) &&
+                   stampedBefore(st.st_ctim, started) && entry->data.size() == size_t(st.st_size);
   return entry;
 }
 
@@ -137,21 +129,20 @@ void ProfileCache::keep(std::unique_ptr<CachedProfile> entry) {
   forget(entry->key.dev, entry->key.ino);  // an older state of the same file
   entries_.insert(entries_.begin(), std::move(entry));
   size_t total = 0, kept = 0;
-  while (kept < entries_.size() && kept < kEntries && total + entries_[kept]->size <= kMaxBytes) {
-    total += entries_[kept]->size;
+  while (kept < entries_.size() && kept < kEntries &&
+         total + entries_[kept]->data.size() <= kMaxBytes) {
+    total += entries_[kept]->data.size();
     ++kept;
   }
-  entries_.resize(std::max<size_t>(kept, 1));
+  entries_.resize(kept);
 }
 
 void ProfileCache::forget(dev_t dev, ino_t ino) {
   std::erase_if(entries_, [&](const auto& e) { return e->key.dev == dev && e->key.ino == ino; });
-  if (uncached_ && uncached_->key.dev == dev && uncached_->key.ino == ino) uncached_.reset();
 }
 
 void ProfileCache::clear() {
   entries_.clear();
-  uncached_.reset();
 }
 
 void forgetCachedProfile(const struct stat& written) {

@@ -5,6 +5,7 @@
 
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <time.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -44,16 +45,11 @@ struct ProfileKey {
 // are filled by the reader on demand; the cache only keeps them.
 struct CachedProfile {
   ProfileKey key{};
-  std::unique_ptr<char[]> data;
-  size_t size = 0;
-  bool trusted = false;  // read when its stamps lay behind the file system's clock
-  int uses = 0;          // lookups served, the first included
+  std::string data;
+  bool trusted = false;  // of a local file system, read when its stamps lay behind its clock
+  bool reused = false;   // a lookup found it kept: it serves more than one
 
-  std::string_view bytes() const { return {data.get(), size}; }
-
-  // Where each "[" stands that is the first character other than a blank of its line: the
-  // only places where a section head can start, found once when the file is read.
-  std::vector<size_t> heads;
+  std::string_view bytes() const { return data; }
 
   // Section names folded for comparison -> where the first section of that name has its body.
   std::optional<std::unordered_map<std::string, size_t>> sections;
@@ -61,21 +57,43 @@ struct CachedProfile {
   std::unordered_map<size_t, std::unordered_map<std::string, std::string_view>> keys;
 };
 
-// Where each "[" stands that is the first character other than a blank of its line.
-std::vector<size_t> findSectionHeads(std::string_view bytes);
+// What a load gives: a kept entry, valid until the next call on the cache, or content that
+// is not kept, which this handle owns and frees when it goes.
+class LoadedProfile {
+ public:
+  LoadedProfile() = default;
+  explicit LoadedProfile(CachedProfile* kept) : profile_(kept) {}
+  explicit LoadedProfile(std::unique_ptr<CachedProfile> own)
+      : owned_(std::move(own)), profile_(owned_.get()) {}
+  explicit operator bool() const { return profile_ != nullptr; }
+  CachedProfile& operator*() const { return *profile_; }
+  CachedProfile* operator->() const { return profile_; }
+
+ private:
+  std::unique_ptr<CachedProfile> owned_;
+  CachedProfile* profile_ = nullptr;
+};
+
+// The step of the clock that gave a stamp, judged from the stamp alone, in ns. A stamp is a
+// multiple of its file system's granularity (a power of ten of nanoseconds), so that is no
+// coarser than the unit of the stamp's last nonzero digit; ten such units leave a margin. A
+// stamp without nanoseconds may come from FAT's two-second clock.
+int64_t stampStep(const struct timespec& stamp);
 
 class ProfileCache {
  public:
   static constexpr size_t kEntries = 4;
-  static constexpr size_t kMaxBytes = 64u << 20;  // a thread keeps no more than this
+  // A thread keeps no more than this of files' bytes. The lookup tables over them take up to
+  // some 20 times their bytes, when every line is a short key of its own (a hashed entry of
+  // about 90 bytes for a line of 5), so the bytes and the tables stay within some 45 MiB.
+  static constexpr size_t kMaxBytes = 2u << 20;
 
   // This thread's cache.
   static ProfileCache& forThread();
 
   // The file's content: the cached one while its key matches the file's stat, read anew
-  // otherwise. nullptr when the file is missing, a folder or cannot be read. The entry stays
-  // valid until the next call on this cache.
-  CachedProfile* load(const ResolvedPath& file);
+  // otherwise. Empty when the file is missing, a folder or cannot be read.
+  LoadedProfile load(const ResolvedPath& file);
   // Drops what is kept of the file with this device and inode: it was just written.
   void forget(dev_t dev, ino_t ino);
   void clear();
@@ -86,7 +104,6 @@ class ProfileCache {
   void keep(std::unique_ptr<CachedProfile> entry);
 
   std::vector<std::unique_ptr<CachedProfile>> entries_;  // the last used first
-  std::unique_ptr<CachedProfile> uncached_;              // too large, or no regular file
 };
 
 // Drops the calling thread's cached content of a file that the library has just written.

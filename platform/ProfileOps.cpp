@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -121,11 +122,27 @@ Line headLine(Bytes all, size_t head) {
   return lineAt(all, begin);
 }
 
+// Where the first "[" from `from` on stands that is the first character other than a blank
+// of its line: the only places where a section head can start. npos when there is none.
+size_t nextSectionHead(Bytes all, size_t from) {
+  const char* data = all.data();
+  const char* stop = data + all.size();
+  for (const char* at = data + std::min(from, all.size());
+       at < stop && (at = static_cast<const char*>(std::memchr(at, '[', size_t(stop - at))));
+       ++at) {
+    const char* begin = at;
+    while (begin > data && isBlank(begin[-1]))
+      --begin;
+    if (begin == data || begin[-1] == '\r' || begin[-1] == '\n') return size_t(at - data);
+  }
+  return Bytes::npos;
+}
+
 // Calls fn(line) for each section head in file order until it gives false.
 template <class Fn>
-void forEachSectionHead(const CachedProfile& p, Fn&& fn) {
-  for (size_t head : p.heads) {
-    Line l = headLine(p.bytes(), head);
+void forEachSectionHead(Bytes all, Fn&& fn) {
+  for (size_t at = nextSectionHead(all, 0); at != Bytes::npos; at = nextSectionHead(all, at + 1)) {
+    Line l = headLine(all, at);
     if (l.kind == Line::Kind::Section && !fn(l)) return;
   }
 }
@@ -157,22 +174,24 @@ std::string folded(Bytes name) {
 // A file read for the first time is searched as it stands: building tables would cost more
 // than the one search. From its second lookup on, the tables are built once and used.
 bool usesTables(const CachedProfile& p) {
-  return p.uses > 1;
+  return p.reused;
 }
 
 // Where the first line after the header of section `name` starts.
 std::optional<size_t> sectionBody(CachedProfile& p, Bytes name) {
+  Bytes all = p.bytes();
   if (!usesTables(p)) {
-    for (size_t head : p.heads) {
-      if (!mayBeNamed(p.bytes(), head, name)) continue;
-      Line l = headLine(p.bytes(), head);
+    for (size_t at = nextSectionHead(all, 0); at != Bytes::npos;
+         at = nextSectionHead(all, at + 1)) {
+      if (!mayBeNamed(all, at, name)) continue;
+      Line l = headLine(all, at);
       if (l.kind == Line::Kind::Section && sameName(l.name, name)) return l.next;
     }
     return std::nullopt;
   }
   if (!p.sections) {
     p.sections.emplace();
-    forEachSectionHead(p, [&](const Line& l) {
+    forEachSectionHead(all, [&](const Line& l) {
       p.sections->try_emplace(folded(l.name), l.next);
       return true;
     });
@@ -234,15 +253,14 @@ struct SectionSpan {
 
 std::optional<SectionSpan> findSection(Bytes all, Bytes name) {
   std::optional<SectionSpan> span;
-  for (size_t at : findSectionHeads(all)) {
-    Line l = headLine(all, at);
-    if (l.kind != Line::Kind::Section) continue;
+  forEachSectionHead(all, [&](const Line& l) {
     if (span) {
       span->end = l.begin;
-      break;
+      return false;
     }
     if (sameName(l.name, name)) span = SectionSpan{l, all.size()};
-  }
+    return true;
+  });
   return span;
 }
 
@@ -253,8 +271,8 @@ Bytes unquote(Bytes v) {
   return v;
 }
 
-// The file's content through this thread's cache; nullptr when it cannot be read.
-CachedProfile* loadProfile(const ResolvedPath& file) {
+// The file's content through this thread's cache; empty when it cannot be read.
+LoadedProfile loadProfile(const ResolvedPath& file) {
   return ProfileCache::forThread().load(file);
 }
 
@@ -286,10 +304,7 @@ class NulList {
   }
 
  private:
-  static void copy(Bytes bytes, Text& buffer) {
-    for (size_t i = 0; i < bytes.size(); ++i)
-      buffer[i] = fromAnsiByte(static_cast<unsigned char>(bytes[i]));
-  }
+  static void copy(Bytes bytes, Text& buffer) { fromAnsiInto(bytes, buffer.data()); }
   int32_t size_;
   std::string all_;
 };
@@ -368,39 +383,50 @@ bool writableNames(Bytes section, const std::string* key, const std::string* val
          k.front() != '[';
 }
 
-}  // namespace
-
-Text profileString(const Text& section, const Text& key, TextView def, int32_t size,
-                   const ResolvedPath& file) {
-  std::string defBytes = toAnsi(def);
-  Bytes value = defBytes;
+// The value of `key` in `section` of `file`, or `def` without its trailing blanks; cut to
+// size - 1 bytes. It views `def` or the file's content, which `p` holds for the caller.
+Bytes valueOrDefault(const Text& section, const Text& key, Bytes def, int32_t size,
+                     LoadedProfile& p, const ResolvedPath& file) {
+  Bytes value = def;
   while (!value.empty() && isBlank(value.back()))
     value.remove_suffix(1);
   std::string sectionBytes = toAnsi(section), keyBytes = toAnsi(key);
   Bytes s = trim(sectionBytes), k = trim(keyBytes);
   if (!s.empty() && !k.empty()) {
-    if (CachedProfile* p = loadProfile(file)) {
+    if ((p = loadProfile(file))) {
       if (auto found = keyValue(*p, s, k)) value = unquote(*found);
     }
   }
+  return value.substr(0, std::min(value.size(), size_t(std::max(size, 1) - 1)));
+}
+
+}  // namespace
+
+Text profileString(const Text& section, const Text& key, TextView def, int32_t size,
+                   const ResolvedPath& file) {
+  std::string defBytes = toAnsi(def);
+  LoadedProfile p;
+  Bytes value = valueOrDefault(section, key, defBytes, size, p, file);
   if (size <= 0) return Text();
-  return fromAnsi(value.substr(0, std::min(value.size(), size_t(size - 1))));
+  return fromAnsi(value);
 }
 
 int32_t GetPrivateProfileStringA(const Text* section, const Text* key, TextView def, Text& buffer,
                                  int32_t size, TextView file) {
   if (section && key) {
     if (size <= 0) return 0;
-    Text value = profileString(*section, *key, def, size, ResolvedPath::of(file));
-    std::copy(value.begin(), value.end(), buffer.begin());
+    std::string defBytes = toAnsi(def);
+    LoadedProfile p;
+    Bytes value = valueOrDefault(*section, *key, defBytes, size, p, ResolvedPath::of(file));
+    fromAnsiInto(value, buffer.data());
     buffer[value.size()] = u'\0';
     return int32_t(value.size());
   }
   NulList list(size);
-  CachedProfile* p = loadProfile(ResolvedPath::of(file));
+  LoadedProfile p = loadProfile(ResolvedPath::of(file));
   if (!p) return list.put(buffer);
   if (!section) {
-    forEachSectionHead(*p, [&](const Line& l) { return list.add(l.name); });
+    forEachSectionHead(p->bytes(), [&](const Line& l) { return list.add(l.name); });
     return list.put(buffer);
   }
   std::string sectionBytes = toAnsi(*section);
@@ -411,7 +437,7 @@ int32_t GetPrivateProfileStringA(const Text* section, const Text* key, TextView 
 }
 
 int32_t GetPrivateProfileSectionA(TextView section, Text& buffer, int32_t size, TextView file) {
-  CachedProfile* p = loadProfile(ResolvedPath::of(file));
+  LoadedProfile p = loadProfile(ResolvedPath::of(file));
   if (!p) return 0;
   NulList list(size);
   std::string sectionBytes = toAnsi(section);

@@ -75,6 +75,35 @@ std::string randomFile(std::mt19937& rng) {
   return out;
 }
 
+TEST(ProfileCache, StampStepIsNoFinerThanTheFileSystems) {
+  struct Case {
+    const char* fileSystem;
+    long granularityNs;  // 0: whole seconds, two on FAT
+    long sampleNs;       // a stamp's nanoseconds there
+    int64_t step;        // the step that stamp gets
+  } cases[] = {
+      {"ext4, tmpfs", 1, 123456789, 10},
+      {"ext4, a stamp ending in zeros", 1, 123456000, 10000},
+      {"ntfs3", 100, 123456700, 1000},
+      {"microseconds", 1000, 999999000, 10000},
+      {"milliseconds", 1000000, 5000000, 10000000},
+      {"exFAT", 10000000, 130000000, 100000000},
+      {"exFAT, a stamp on a tenth", 10000000, 100000000, 1000000000},
+      {"FAT, whole seconds", 0, 0, 2000000000},
+  };
+  std::mt19937 rng(7);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.fileSystem);
+    EXPECT_EQ(stampStep({1700000000, c.sampleNs}), c.step);
+    // Every stamp the file system can give gets a step no finer than its granularity.
+    long ticks = c.granularityNs ? 1000000000 / c.granularityNs : 1;
+    for (int i = 0; i < 2000; ++i) {
+      struct timespec stamp = {1700000000 + 2 * i, c.granularityNs * long(rng() % ticks)};
+      ASSERT_GE(stampStep(stamp), c.granularityNs ? c.granularityNs : 2000000000) << stamp.tv_nsec;
+    }
+  }
+}
+
 TEST(ProfileCache, KeepsAFewFilesAndOneStateOfEach) {
   test::TempDir d;
   const size_t files = ProfileCache::kEntries + 2;
@@ -100,6 +129,24 @@ TEST(ProfileCache, KeepsAFewFilesAndOneStateOfEach) {
   EXPECT_EQ(cache.entryCount(), ProfileCache::kEntries);
   cache.clear();
   EXPECT_EQ(cache.entryCount(), 0u);
+}
+
+TEST(ProfileCache, AFileLargerThanTheBoundIsReadButNotKept) {
+  test::TempDir d;
+  std::string big = "[S]\r\nk=big\r\n;" + std::string(ProfileCache::kMaxBytes, 'x');
+  test::writeBytes(d / "small.ini", "[S]\r\nk=small");
+  test::writeBytes(d / "big.ini", big);
+  test::waitTillStampsLieBehind(d / "big.ini");
+  ProfileCache& cache = ProfileCache::forThread();
+  cache.clear();
+  ResolvedPath small = ResolvedPath::of(T(d / "small.ini")),
+               large = ResolvedPath::of(T(d / "big.ini"));
+  EXPECT_EQ(profileString(u"S", u"k", u"", 255, small), u"small");
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(profileString(u"S", u"k", u"", 255, large), u"big");
+    EXPECT_EQ(cache.entryCount(), 1u) << "the small file stays, the large one is not kept";
+  }
+  EXPECT_EQ(profileString(u"S", u"k", u"", 255, small), u"small");
 }
 
 TEST(ProfileCache, TablesGiveWhatTheSearchGives) {

@@ -17,6 +17,7 @@
 #include "core/mdlKVN.h"
 #include "platform/CodePage.h"
 #include "platform/LibraryFolder.h"
+#include "platform/ProfileCache.h"
 
 namespace zrk::test {
 
@@ -78,8 +79,9 @@ void waitTillStampsLieBehind(const std::string& path) {
     struct timespec now;
     if (::stat(path.c_str(), &st) != 0) std::abort();
     ::clock_gettime(CLOCK_REALTIME_COARSE, &now);
-    // Stamps in whole seconds leave a margin of two; finer ones, of a few milliseconds.
-    int64_t margin = st.st_mtim.tv_nsec == 0 ? 2100000000 : 2000000;
+    // The step the cache allows each stamp, and a few milliseconds more.
+    int64_t margin =
+        std::max(platform::stampStep(st.st_mtim), platform::stampStep(st.st_ctim)) + 2000000;
     if (std::max(ns(st.st_mtim), ns(st.st_ctim)) + margin < ns(now)) return;
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
