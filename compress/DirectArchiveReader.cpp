@@ -31,22 +31,22 @@ std::string_view trimBlanks(std::string_view s) {
   return s.substr(b, s.find_last_not_of(' ') - b + 1);
 }
 
-std::optional<std::string> readWhole(const Text& archiveName) {
+// The archive's bytes in pages of their own; nothing when the file cannot be read so.
+bool readWhole(std::optional<platform::FileImage>& file, const Text& archiveName) {
   try {
-    std::string bytes = platform::readAllBytes(archiveName);
-    if (bytes.empty() || bytes.size() > kLargestDirectRead) return std::nullopt;
-    return bytes;
+    file.emplace(archiveName);
   } catch (...) {
-    return std::nullopt;
+    return false;
   }
+  return !file->bytes().empty() && file->bytes().size() <= kLargestDirectRead;
 }
 
 }  // namespace
 
 std::optional<bool> extractFromBytes(const Text& archiveName, const std::optional<Text>& diffDir) {
-  std::optional<std::string> file = readWhole(archiveName);
-  if (!file) return std::nullopt;
-  const std::string_view image = trimBlanks(*file);
+  std::optional<platform::FileImage> file;
+  if (!readWhole(file, archiveName)) return std::nullopt;
+  const std::string_view image = trimBlanks(file->bytes());
 
   // The magic is skipped unread: the list lies between the first two separators.
   int64_t p1 = position(image, kSeparatorByte) + 1;

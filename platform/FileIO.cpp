@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <bitset>
 #include <cerrno>
+#include <cstring>
 #include <mutex>
 
 #include <zrkKVL/Failure.h>
@@ -116,25 +117,25 @@ FileHandle openForReading(const std::string& p, struct stat& st) {
   return h;
 }
 
-std::string readToEnd(int fd, size_t stated) {
-  std::string bytes(stated, '\0');
-  size_t have = readUpTo(fd, bytes.data(), bytes.size());
-  // A file that grew since its size was asked for, or that states none, is read on to its end.
-  while (have == bytes.size()) {
-    char more[16384];
-    size_t n = readUpTo(fd, more, sizeof more);
-    if (n == 0) break;
-    bytes.append(more, n);
-    have += n;
+FileBytes readToEnd(int fd, size_t stated) {
+  // One byte more than stated, so the end of the file shows without a second buffer.
+  size_t room = stated + 1;
+  FileBytes b{std::make_unique_for_overwrite<char[]>(room), 0};
+  for (;;) {
+    b.size += readUpTo(fd, b.data.get() + b.size, room - b.size);
+    if (b.size < room) return b;
+    // The file grew, or states no size: twice the room, and read on.
+    auto bigger = std::make_unique_for_overwrite<char[]>(room * 2);
+    std::memcpy(bigger.get(), b.data.get(), b.size);
+    b.data = std::move(bigger);
+    room *= 2;
   }
-  bytes.resize(have);
-  return bytes;
 }
 
 std::string readNativeBytes(const std::string& path) {
   struct stat st;
   FileHandle h = openForReading(path, st);
-  return readToEnd(h.fd(), statedSize(st));
+  return std::string(readToEnd(h.fd(), statedSize(st)).view());
 }
 
 FileImage::FileImage(TextView path) {

@@ -7,6 +7,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -56,8 +57,14 @@ FileHandle openForReading(const std::string& nativePath, struct stat& st);
 inline size_t statedSize(const struct stat& st) {
   return st.st_size > 0 ? size_t(st.st_size) : 0;
 }
+// Bytes read into a buffer that is not cleared before the read.
+struct FileBytes {
+  std::unique_ptr<char[]> data;
+  size_t size = 0;
+  std::string_view view() const { return {data.get(), size}; }
+};
 // Reads an open file from where it stands to its end, `stated` bytes expected.
-std::string readToEnd(int fd, size_t stated);
+FileBytes readToEnd(int fd, size_t stated);
 
 // The whole content of a file in pages of its own, with the failures of readAllBytes. A reader
 // that makes something large of the bytes hands back the pages it has used as it goes, so the

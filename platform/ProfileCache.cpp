@@ -99,7 +99,7 @@ LoadedProfile ProfileCache::load(const ResolvedPath& file) {
   }
   std::unique_ptr<CachedProfile> entry = read(file.native);
   if (!entry) return {};
-  if (!entry->trusted || entry->data.size() > kMaxBytes) return LoadedProfile(std::move(entry));
+  if (!entry->trusted || entry->data.size > kMaxBytes) return LoadedProfile(std::move(entry));
   keep(std::move(entry));
   return LoadedProfile(entries_.front().get());
 }
@@ -121,7 +121,7 @@ std::unique_ptr<CachedProfile> ProfileCache::read(const std::string& nativePath)
   // Only a regular file of a local file system whose stamps lie before the read can be told
   // apart from every later state of itself; anything else is read again on the next lookup.
   entry->trusted = local && S_ISREG(st.st_mode) && stampedBefore(st.st_mtim, started) &&
-                   stampedBefore(st.st_ctim, started) && entry->data.size() == size_t(st.st_size);
+                   stampedBefore(st.st_ctim, started) && entry->data.size == size_t(st.st_size);
   return entry;
 }
 
@@ -130,8 +130,8 @@ void ProfileCache::keep(std::unique_ptr<CachedProfile> entry) {
   entries_.insert(entries_.begin(), std::move(entry));
   size_t total = 0, kept = 0;
   while (kept < entries_.size() && kept < kEntries &&
-         total + entries_[kept]->data.size() <= kMaxBytes) {
-    total += entries_[kept]->data.size();
+         total + entries_[kept]->data.size <= kMaxBytes) {
+    total += entries_[kept]->data.size;
     ++kept;
   }
   entries_.resize(kept);

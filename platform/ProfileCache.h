@@ -16,6 +16,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "platform/FileIO.h"
 #include "platform/Paths.h"
 
 namespace zrk::platform {
@@ -45,11 +46,11 @@ struct ProfileKey {
 // are filled by the reader on demand; the cache only keeps them.
 struct CachedProfile {
   ProfileKey key{};
-  std::string data;
+  FileBytes data;
   bool trusted = false;  // of a local file system, read when its stamps lay behind its clock
   bool reused = false;   // a lookup found it kept: it serves more than one
 
-  std::string_view bytes() const { return data; }
+  std::string_view bytes() const { return data.view(); }
 
   // Section names folded for comparison -> where the first section of that name has its body.
   std::optional<std::unordered_map<std::string, size_t>> sections;
