@@ -80,7 +80,21 @@ View rightOf(View s, int64_t count) {
   return s.substr(s.size() - size_t(count));
 }
 
+template <class View>
+int64_t positionIn(View s, typename View::value_type c, int64_t from) {
+  size_t k = s.find(c, size_t(from - 1));
+  return k == View::npos ? 0 : int64_t(k) + 1;
+}
+
 }  // namespace
+
+int64_t position(TextView s, char16_t c, int64_t from) {
+  return positionIn(s, c, from);
+}
+
+int64_t position(std::string_view s, char c, int64_t from) {
+  return positionIn(s, c, from);
+}
 
 Text mid(TextView s, int64_t start, int64_t count) {
   return Text(midOf(s, start, count));

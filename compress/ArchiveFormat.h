@@ -27,6 +27,9 @@ Text bytesFromHexText(TextView numbers);
 Text mid(TextView s, int64_t start, int64_t count);
 Text left(TextView s, int64_t count);
 Text right(TextView s, int64_t count);
+// 1-based position of the first `c` at or after the 1-based `from`; 0 when there is none.
+int64_t position(TextView s, char16_t c, int64_t from = 1);
+int64_t position(std::string_view s, char c, int64_t from = 1);
 // The same cuts over bytes, as views.
 std::string_view mid(std::string_view s, int64_t start, int64_t count);
 std::string_view left(std::string_view s, int64_t count);

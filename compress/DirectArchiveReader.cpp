@@ -18,12 +18,6 @@ namespace {
 // buffer it grows in stay inside the 32-bit range, so reading it could not have failed.
 constexpr size_t kLargestDirectRead = size_t(std::numeric_limits<int32_t>::max()) / 6;
 
-// 1-based position of the first `c` at or after the 1-based `from`; 0 when there is none.
-int64_t position(std::string_view s, char c, int64_t from = 1) {
-  size_t k = s.find(c, size_t(from - 1));
-  return k == std::string_view::npos ? 0 : int64_t(k) + 1;
-}
-
 // The bytes without the blanks at both ends, as the rebuilt text is trimmed.
 std::string_view trimBlanks(std::string_view s) {
   size_t b = s.find_first_not_of(' ');

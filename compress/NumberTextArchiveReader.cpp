@@ -14,12 +14,6 @@
 namespace zrk::archive {
 namespace {
 
-// 1-based position of the first `c` at or after the 1-based `from`; 0 when there is none.
-int64_t position(TextView s, char16_t c, int64_t from = 1) {
-  size_t k = s.find(c, size_t(from - 1));
-  return k == TextView::npos ? 0 : int64_t(k) + 1;
-}
-
 // The archive's bytes as characters, rebuilt from its hexadecimal number text.
 Text readImage(clsKVN& kvn, const Text& archiveName) {
   Text numbers = trimBlanks(kvn.HexRead(archiveName));

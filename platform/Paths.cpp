@@ -70,14 +70,12 @@ bool isSeparator(char16_t c) {
   return c == u'/' || c == u'\\';
 }
 
-// When the whole path exists as written, so does every folder on the way (the kernel walked
-// them all), and the walk would give the path as written: it is skipped.
 std::string nativePath(TextView path) {
-  std::string written = asWritten(path);
-  if (exists(written)) return written;
-  return walkPath(path);
+  return ResolvedPath::of(path).native;
 }
 
+// When the whole path exists as written, so does every folder on the way (the kernel walked
+// them all), and the walk would give the path as written: it is skipped.
 ResolvedPath ResolvedPath::of(TextView path) {
   ResolvedPath r;
   r.native = asWritten(path);
