@@ -109,16 +109,20 @@ bool hasSection(const Text& file, const Text& section) {
   return false;
 }
 
+// The file operand at `index`, which must exist and be readable.
+Text existingReadableFile(const Context& c, size_t index) {
+  readableFile(c, index);
+  return existingFile(c, index, "FILE");
+}
+
 int sections(Context& c) {
-  existingFile(c, 0, "FILE");
-  for (const Text& name : sectionNames(readableFile(c, 0)))
+  for (const Text& name : sectionNames(existingReadableFile(c, 0)))
     printValue(name);
   return 0;
 }
 
 int section(Context& c) {
-  Text file = readableFile(c, 0);
-  Variant v = c.kvn.GetIniSection(valueArg(c, 1, "SECTION"), existingFile(c, 0, "FILE"));
+  Variant v = c.kvn.GetIniSection(valueArg(c, 1, "SECTION"), existingReadableFile(c, 0));
   if (!v.isArray()) return 1;
   printTexts(v, true);
   return 0;
@@ -190,15 +194,13 @@ int removeSection(Context& c) {
 
 // As remove-section, but a section that is not there is no failure.
 int clear(Context& c) {
-  Text file = existingFile(c, 0, "FILE"), sect = valueArg(c, 1, "SECTION");
-  readableFile(c, 0);
+  Text file = existingReadableFile(c, 0), sect = valueArg(c, 1, "SECTION");
   if (hasSection(file, sect)) removeEntry(c, file, sect, nullptr);
   return 0;
 }
 
 int lines(Context& c) {
-  Text file = existingFile(c, 0, "FILE");
-  readableFile(c, 0);
+  Text file = existingReadableFile(c, 0);
   printTexts(c.kvn.ReadFile(file), false);
   return 0;
 }
