@@ -95,7 +95,8 @@ std::string operandName(const char* usage, size_t index) {
 
 bool takesWordAsItStands(const char* usage, size_t index) {
   OperandCount n = operandCount(usage);
-  return index + 1 >= n.min && namesAValue(operandName(usage, index));
+  // Before the first operand a word may always be an option, as "--help" is.
+  return index >= 1 && index + 1 >= n.min && namesAValue(operandName(usage, index));
 }
 
 namespace {

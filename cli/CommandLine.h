@@ -23,7 +23,8 @@ OperandCount operandCount(const char* usage);
 // The name of the operand at `index` ("FILE", "DIR", "LINE" for each of "LINE..."); "" beyond.
 std::string operandName(const char* usage, size_t index);
 // Whether the word for the operand at `index` is taken as it stands even when it looks like an
-// option: a value operand (SECTION, KEY, VALUE, TEXT, LINE, ...) from the last required one on.
+// option: a value operand (SECTION, KEY, VALUE, TEXT, LINE, ...) from the last required one on,
+// once the first operand is given.
 bool takesWordAsItStands(const char* usage, size_t index);
 
 // The options and operands of one command's arguments; "--help" where an option may stand gives
