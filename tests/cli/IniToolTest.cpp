@@ -3,6 +3,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <thread>
+
 #include "ToolRun.h"
 #include "support/TestSupport.h"
 
@@ -76,6 +79,45 @@ TEST(IniTool, KeysUnsetAndRemoveSectionSayWhetherThereWasAnything) {
       EXPECT_EQ(ours.out, theirs.out) << section;
     }
   }
+}
+
+// Removals and writes of one file by many processes at once: each removal takes its own key and
+// no write is lost, as the engine's writes of one folder take turns.
+TEST(IniTool, RemovalsAndWritesFromManyProcessesAtOnce) {
+  TempDir dir;
+  const std::string ini = dir / "f.ini";
+  constexpr int kKeys = 16;
+  std::string content = "[gone]\r\nx=1\r\n[s]\r\n";
+  for (int i = 0; i < kKeys; ++i)
+    content += "old" + std::to_string(i) + "=" + std::to_string(i) + "\r\n";
+  writeBytes(ini, content);
+  std::vector<std::thread> runs;
+  std::vector<int> codes(2 * kKeys + 1, -2);
+  for (int i = 0; i < kKeys; ++i) {
+    runs.emplace_back([&, i] {
+      codes[i] = runTool({"ini", "unset", ini, "s", "old" + std::to_string(i)}).code;
+    });
+    runs.emplace_back([&, i] {
+      codes[kKeys + i] = runTool({"ini", "set", ini, "s", "new" + std::to_string(i), "-1"}).code;
+    });
+  }
+  runs.emplace_back([&] {
+    codes[2 * kKeys] = runTool({"ini", "remove-section", ini, "gone"}).code;
+  });
+  for (std::thread& t : runs)
+    t.join();
+  EXPECT_EQ(codes, std::vector<int>(2 * kKeys + 1, 0));
+  std::vector<std::string> keys;
+  for (int i = 0; i < kKeys; ++i)
+    keys.push_back("new" + std::to_string(i));
+  std::string listed = runTool({"ini", "keys", ini, "s"}).out;
+  std::vector<std::string> got;
+  for (size_t at = 0, nl; (nl = listed.find('\n', at)) != std::string::npos; at = nl + 1)
+    got.push_back(listed.substr(at, nl - at));
+  std::sort(got.begin(), got.end());
+  std::sort(keys.begin(), keys.end());
+  EXPECT_EQ(got, keys) << readBytes(ini);
+  EXPECT_EQ(runTool({"ini", "sections", ini}).out, "s\n");
 }
 
 // The fixed buffers of the library's lookups cut; the tool reads around them.
