@@ -3,18 +3,27 @@
 
 #include <getopt.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 
 namespace zrk::cli {
 namespace {
 
-// Marks an operand that looks like a negative number while getopt runs, so "-5" stays an
-// operand and is not taken for options.
-constexpr char kNumberMark = '\x01';
+// An option word: a dash and more, but not a negative number ("-5" is an operand).
+bool looksLikeOption(const std::string& a) {
+  return a.size() > 1 && a[0] == '-' && !(a[1] >= '0' && a[1] <= '9');
+}
 
-bool looksNegativeNumber(const std::string& a) {
-  return a.size() > 1 && a[0] == '-' && a[1] >= '0' && a[1] <= '9';
+// The operand names that stand for values (names, keys, texts): a value may be anything,
+// "-1" or "--x" too, so where one is due the word is taken as it stands.
+bool namesAValue(const std::string& operand) {
+  static const char* const kValues[] = {"SECTION", "KEY", "VALUE",       "TEXT",
+                                        "LINE",    "ARG", "DESCRIPTION", "TITLE"};
+  for (const char* v : kValues) {
+    if (operand == v) return true;
+  }
+  return false;
 }
 
 std::string tryHelp(const Command& command) {
@@ -44,15 +53,31 @@ bool isFamily(const std::string& word) {
   return false;
 }
 
-OperandCount operandCount(const char* usage) {
-  OperandCount n;
+namespace {
+
+// The usage's operand words, as written: "FILE", "[DIR]", "LINE...".
+std::vector<std::string> usageTokens(const char* usage) {
+  std::vector<std::string> tokens;
   std::string u = usage;
   for (size_t pos = 0; pos < u.size();) {
     size_t end = u.find(' ', pos);
     if (end == std::string::npos) end = u.size();
-    std::string token = u.substr(pos, end - pos);
+    if (end > pos) tokens.push_back(u.substr(pos, end - pos));
     pos = end + 1;
-    if (token.empty()) continue;
+  }
+  return tokens;
+}
+
+std::string bareName(std::string token) {
+  std::erase_if(token, [](char c) { return c == '[' || c == ']' || c == '.'; });
+  return token;
+}
+
+}  // namespace
+
+OperandCount operandCount(const char* usage) {
+  OperandCount n;
+  for (const std::string& token : usageTokens(usage)) {
     bool repeats = token.find("...") != std::string::npos;
     if (token[0] != '[') ++n.min;
     n.max = repeats || n.max == SIZE_MAX ? SIZE_MAX : n.max + 1;
@@ -60,15 +85,24 @@ OperandCount operandCount(const char* usage) {
   return n;
 }
 
-ParsedArgs parseArgs(const Command& command, const std::vector<std::string>& args) {
-  std::vector<std::string> words{"zrkkvl"};
-  for (size_t i = 0; i < args.size(); ++i)
-    words.push_back(looksNegativeNumber(args[i]) ? kNumberMark + std::to_string(i) : args[i]);
-  std::vector<char*> argv;
-  for (auto& w : words)
-    argv.push_back(w.data());
-  argv.push_back(nullptr);
+std::string operandName(const char* usage, size_t index) {
+  std::vector<std::string> tokens = usageTokens(usage);
+  if (tokens.empty()) return "";
+  if (index < tokens.size()) return bareName(tokens[index]);
+  const std::string& last = tokens.back();
+  return last.find("...") != std::string::npos ? bareName(last) : "";
+}
 
+bool takesWordAsItStands(const char* usage, size_t index) {
+  OperandCount n = operandCount(usage);
+  // Before the first operand a word may always be an option, as "--help" is.
+  return index >= 1 && index + 1 >= n.min && namesAValue(operandName(usage, index));
+}
+
+namespace {
+
+// getopt_long's table for the command's options and --help.
+std::vector<option> optionTable(const Command& command) {
   std::vector<option> table;
   for (size_t i = 0; i < command.options.size(); ++i) {
     const Option& o = command.options[i];
@@ -76,12 +110,26 @@ ParsedArgs parseArgs(const Command& command, const std::vector<std::string>& arg
   }
   table.push_back({"help", no_argument, nullptr, 'h'});
   table.push_back({nullptr, 0, nullptr, 0});
+  return table;
+}
 
-  ParsedArgs parsed;
+// Takes the option word args[at] (with the next word as its value where it needs one) into
+// `parsed`; gives how many words it used.
+size_t takeOption(const Command& command, const std::vector<std::string>& args, size_t at,
+                  ParsedArgs& parsed) {
+  std::vector<std::string> words{"zrkkvl", args[at]};
+  if (at + 1 < args.size()) words.push_back(args[at + 1]);
+  std::vector<char*> argv;
+  for (auto& w : words)
+    argv.push_back(w.data());
+  argv.push_back(nullptr);
+  std::vector<option> table = optionTable(command);
   optind = 0;  // a full restart: getopt keeps state between calls
   opterr = 0;
-  for (int c;
-       (c = getopt_long(int(words.size()), argv.data(), ":h", table.data(), nullptr)) != -1;) {
+  // "+": the word after an option that takes none is never looked at.
+  while (optind < 2) {
+    int c = getopt_long(int(words.size()), argv.data(), "+:h", table.data(), nullptr);
+    if (c == -1) break;
     const char* given = argv[optind - 1];
     if (c == 'h') {
       parsed.help = true;
@@ -96,9 +144,29 @@ ParsedArgs parseArgs(const Command& command, const std::vector<std::string>& arg
       parsed.options[o.name].push_back(o.value ? optarg : "");
     }
   }
-  for (int i = optind; i < int(words.size()); ++i) {
-    std::string w = argv[size_t(i)];
-    parsed.operands.push_back(w[0] == kNumberMark ? args[std::stoul(w.substr(1))] : w);
+  return size_t(std::max(optind, 2) - 1);
+}
+
+}  // namespace
+
+// Options may stand before, between and after the operands. A word where a value operand is
+// due is that operand whatever it looks like, as git config takes a value; "--" ends the
+// options, and every later word is an operand.
+ParsedArgs parseArgs(const Command& command, const std::vector<std::string>& args) {
+  ParsedArgs parsed;
+  bool optionsEnded = false;
+  for (size_t at = 0; at < args.size();) {
+    const std::string& word = args[at];
+    if (!optionsEnded && word == "--") {
+      optionsEnded = true;
+      ++at;
+    } else if (optionsEnded || !looksLikeOption(word) ||
+               takesWordAsItStands(command.usage, parsed.operands.size())) {
+      parsed.operands.push_back(word);
+      ++at;
+    } else {
+      at += takeOption(command, args, at, parsed);
+    }
   }
   if (parsed.help) return parsed;
   OperandCount count = operandCount(command.usage);

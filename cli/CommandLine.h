@@ -20,8 +20,15 @@ struct OperandCount {
   size_t max = 0;  // SIZE_MAX: no limit
 };
 OperandCount operandCount(const char* usage);
+// The name of the operand at `index` ("FILE", "DIR", "LINE" for each of "LINE..."); "" beyond.
+std::string operandName(const char* usage, size_t index);
+// Whether the word for the operand at `index` is taken as it stands even when it looks like an
+// option: a value operand (SECTION, KEY, VALUE, TEXT, LINE, ...) from the last required one on,
+// once the first operand is given.
+bool takesWordAsItStands(const char* usage, size_t index);
 
-// The options and operands of one command's arguments; "--help" anywhere gives help instead.
+// The options and operands of one command's arguments; "--help" where an option may stand gives
+// help instead.
 // A UsageError for an unknown option, a missing option value or a wrong operand count.
 struct ParsedArgs {
   bool help = false;

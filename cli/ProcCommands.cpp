@@ -6,6 +6,8 @@
 
 #include <zrkKVL/GameHandle.h>
 #include "cli/Command.h"
+#include "cli/CommandLine.h"
+#include "platform/Process.h"
 #include "platform/ProcessAccess.h"
 #include "platform/ProcessMaps.h"
 #include "process/AddressText.h"
@@ -56,12 +58,23 @@ class Attached {
   int32_t handle_ = 0;
 };
 
-// Opens process PID, prints what `read` takes from ADDRESS in it, and closes the process.
+// Opens process PID, prints what `read` takes from ADDRESS in it, and closes the process. The
+// library's reads cannot tell a failed read from memory that holds zeros, so the first `needed`
+// bytes are read once beforehand: when they cannot be, the read fails with a message.
 template <class Read>
-int readFrom(Context& c, Read read) {
+int readFrom(Context& c, size_t needed, Read read) {
   int64_t address = address64(c, 1);
   Attached process(c);
   if (!process.handle()) return 1;
+  char probe[4];
+  size_t got = 0;
+  platform::ReadProcessMemory(platform::HANDLE(uint32_t(process.handle())), uint64_t(address),
+                              probe, needed, &got);
+  if (got < needed) {
+    std::fprintf(stderr, "zrkkvl: %s: cannot read memory at %s in process %s\n",
+                 commandName(c.command).c_str(), c.args[1].c_str(), c.args[0].c_str());
+    return 1;
+  }
   printValue(read(process.handle(), address));
   return 0;
 }
@@ -96,13 +109,14 @@ int running(Context& c) {
   return answer(c.kvn.ProcessRunning(number32(c, 0, "PID")));
 }
 
+// A string needs its first byte; whatever follows is read as far as the memory goes.
 int readStr(Context& c) {
-  return readFrom(c, [&](int32_t h, int64_t address) { return c.kvn.ReadStr64(h, address); });
+  return readFrom(c, 1, [&](int32_t h, int64_t address) { return c.kvn.ReadStr64(h, address); });
 }
 
 int readLong(Context& c) {
   return readFrom(
-      c, [&](int32_t h, int64_t address) { return decimal(c.kvn.ReadLong64(h, address)); });
+      c, 4, [&](int32_t h, int64_t address) { return decimal(c.kvn.ReadLong64(h, address)); });
 }
 
 int maps(Context& c) {

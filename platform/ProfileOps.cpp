@@ -84,6 +84,14 @@ Line classify(Bytes all, size_t begin, size_t end, size_t next) {
   return l;
 }
 
+// A UTF-8 byte-order mark at the start of a file (as some editors save one) is no part of its
+// first line: the lines begin behind it, and edits leave it where it stands.
+constexpr Bytes kByteOrderMark = "\xEF\xBB\xBF";
+
+size_t firstLineStart(Bytes all) {
+  return all.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0;
+}
+
 // Calls fn(line) for each line from `pos` until it gives false. CR LF, a lone CR and a lone LF
 // all end a line.
 template <class Fn>
@@ -133,7 +141,9 @@ size_t nextSectionHead(Bytes all, size_t from) {
     const char* begin = at;
     while (begin > data && isBlank(begin[-1]))
       --begin;
-    if (begin == data || begin[-1] == '\r' || begin[-1] == '\n') return size_t(at - data);
+    if (begin == data + firstLineStart(all) || begin[-1] == '\r' || begin[-1] == '\n') {
+      return size_t(at - data);
+    }
   }
   return Bytes::npos;
 }
@@ -344,7 +354,7 @@ std::optional<std::string> edited(Bytes all, Bytes section, const std::string* k
   if (!sec) {
     if (!value) return std::nullopt;
     std::string tail;
-    if (!all.empty() && !endsInLineEnd(all)) tail += eol;
+    if (all.size() > firstLineStart(all) && !endsInLineEnd(all)) tail += eol;
     tail.append("[").append(section).append("]").append(eol);
     tail.append(*key).append("=").append(*value).append(eol);
     return std::string(all) + tail;

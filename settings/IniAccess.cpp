@@ -14,6 +14,10 @@ namespace {
 constexpr int32_t kSectionListSize = 1019;
 constexpr int32_t kValueSize = 255;
 
+// A UTF-8 byte-order mark at the start of a file, as its three code-page characters: no part of
+// the first line for the lookups, as for the INI engine.
+constexpr TextView kByteOrderMark = u"\u00EF\u00BB\u00BF";
+
 // Counts the names in a NUL-separated list the way the buffer is walked: positions from 1,
 // 16-bit arithmetic.
 int16_t countNames(const Text& buf) {
@@ -102,6 +106,7 @@ Text clsKVN::GetIniKey(Text iSect, Text iKey, Text iFile) {
         const VariantArray& arr = lines.array();
         for (int32_t i = 0; i <= arr.upperBound(); ++i) {
           Text line = arr.at(i).toText();
+          if (i == 0 && line.starts_with(kByteOrderMark)) line.erase(0, kByteOrderMark.size());
           if (line.compare(0, iKey.size(), iKey) == 0) {
             frame.line(5);
             result = replaceAll(line, iKey + u"=", u"");

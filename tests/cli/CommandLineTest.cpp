@@ -39,6 +39,34 @@ TEST(CommandLine, OperandCountsFollowTheUsage) {
   }
 }
 
+// Where a value is due, a word that looks like an option is the value.
+TEST(CommandLine, ValueOperandsTakeTheWordAsItStands) {
+  struct Case {
+    const char* usage;
+    size_t index;
+    bool asItStands;
+  } cases[] = {
+      {"FILE SECTION KEY VALUE", 3, true},
+      {"FILE SECTION KEY VALUE", 2, false},
+      {"FILE SECTION KEY VALUE", 0, false},
+      {"FILE SECTION KEY", 2, true},
+      {"FILE SECTION", 1, true},
+      {"FILE SECTION", 2, false},
+      {"FILE [LINE...]", 1, true},
+      {"FILE [LINE...]", 7, true},
+      {"NAME [ARG...]", 1, true},
+      {"TEXT [BUTTONS [TITLE]]", 0, false},
+      {"TEXT [BUTTONS [TITLE]]", 2, true},
+      {"[DESCRIPTION]", 0, false},
+      {"ARCHIVE [DIR]", 1, false},
+      {"FILE ROOT", 1, false},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(cli::takesWordAsItStands(c.usage, c.index), c.asItStands)
+        << c.usage << " at " << c.index;
+  }
+}
+
 TEST(CommandLine, StreamsAndExitCodes) {
   TempDir dir;
   writeBytes(dir / "f.ini", "[s]\nk=v\n");
@@ -90,6 +118,9 @@ TEST(CommandLine, HelpGoesToStandardOutput) {
                                              {"ini", "--help"},
                                              {"ini", "get", "--help"},
                                              {"ini", "get", "a", "-h"},
+                                             {"url", "decode", "--help"},
+                                             {"report", "log", "--help"},
+                                             {"call", "--help"},
                                              {"--root=/nowhere", "archive", "extract", "--help"}}) {
     ToolRun r = runTool(args);
     EXPECT_EQ(r.code, 0) << args.back();

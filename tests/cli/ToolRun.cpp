@@ -27,7 +27,7 @@ ToolRun spawn(std::vector<std::string> argv, const std::string& input) {
   raw.push_back(nullptr);
   pid_t pid = 0;
   ToolRun r;
-  if (posix_spawn(&pid, raw[0], &files, nullptr, raw.data(), environ) == 0) {
+  if (posix_spawnp(&pid, raw[0], &files, nullptr, raw.data(), environ) == 0) {
     int status = 0;
     ::waitpid(pid, &status, 0);
     r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
@@ -44,6 +44,20 @@ ToolRun runTool(const std::vector<std::string>& args, const std::string& input) 
   std::vector<std::string> argv{ZRK_TOOL_FILE};
   argv.insert(argv.end(), args.begin(), args.end());
   return spawn(argv, input);
+}
+
+ToolRun runProgram(const std::vector<std::string>& argv, const std::string& input) {
+  return spawn(argv, input);
+}
+
+ToolRun runProgramAsNobody(const std::vector<std::string>& argv) {
+  std::vector<std::string> all{"/usr/sbin/runuser", "-u", "nobody", "--"};
+  all.insert(all.end(), argv.begin(), argv.end());
+  return spawn(all, "");
+}
+
+bool hasProgram(const std::string& name) {
+  return runProgram({"sh", "-c", "command -v \"$0\" >/dev/null", name}).code == 0;
 }
 
 bool canRunAsNobody() {

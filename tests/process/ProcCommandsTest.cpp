@@ -73,7 +73,14 @@ TEST(ProcCommands, FindAndReadTheGame) {
       {"proc read-str " + pid + " 0x30000220", 0, "Hello, game\n", ""},
       {"proc read-str " + pid + " 0xfffffff8", 0, "crosses 4 GiB\n", ""},
       {"proc read-str " + pid + " 0x200000000008", 0, "far above 4 GiB\n", ""},
-      {"proc read-str " + pid + " 0x1000000000", 0, "\n", ""},  // nothing mapped there
+      // Nothing mapped there, or not all the bytes a number needs: a failure, not a 0.
+      {"proc read-str " + pid + " 0x1000000000", 1, "",
+       "zrkkvl: proc read-str: cannot read memory at 0x1000000000 in process " + pid + "\n"},
+      {"proc read-long " + pid + " 0x1000000000", 1, "",
+       "zrkkvl: proc read-long: cannot read memory at 0x1000000000 in process " + pid + "\n"},
+      {"proc read-long " + pid + " 0x30000ffe", 1, "", ""},  // 2 bytes before the hole
+      {"proc read-long " + pid + " 0x200000000ffc", 0, "1818845556\n", ""},  // "tail", the last 4
+      {"proc read-str " + pid + " 0x30000ff6", 0, "0123456789\n", ""},       // up to the hole
       {"proc read-str " + endedPid + " 0x30000220", 1, "",
        "zrkkvl: cannot read process " + endedPid + ": no such process\n"},
       {"proc read-long " + pid + " -1073741824", 2, "", ""},  // addresses have no sign

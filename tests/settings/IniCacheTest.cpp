@@ -115,6 +115,31 @@ TEST_F(IniCache, EveryChangeIsSeen) {
   EXPECT_TRUE(dialogs->shown().empty());
 }
 
+// A byte-order mark before the first head hides nothing, on the first read (the file searched as
+// it stands) and on the later ones (the tables built over it).
+TEST_F(IniCache, AByteOrderMarkHidesNoSectionFromEitherSearch) {
+  std::string path = root / "bom.ini";
+  writeBytes(path, "\xEF\xBB\xBF[S]\r\nk=first\r\n[T]\r\nk=second\r\n");
+  Text file = root.text("bom.ini");
+  waitTillStampsLieBehind(path);
+  ProfileCache::forThread().clear();
+  for (int lookup = 1; lookup <= 3; ++lookup) {
+    SCOPED_TRACE("lookup " + std::to_string(lookup));
+    EXPECT_EQ(kvn->GetIniKey(u"s", u"k", file), u"first");
+    EXPECT_EQ(kvn->GetIniKey(u"T", u"k", file), u"second");
+    Variant names = kvn->GetAllIniSections(file);
+    ASSERT_TRUE(names.isArray());
+    EXPECT_EQ(names.array().items.size(), 3u);
+    EXPECT_EQ(names.array().at(0).toText(), u"S");
+    Variant lines = kvn->GetIniSection(u"S", file);
+    ASSERT_TRUE(lines.isArray());
+    EXPECT_EQ(lines.array().at(0).toText(), u"k=first");
+  }
+  EXPECT_EQ(cachedFiles(), 1u) << "the later lookups came from the tables";
+  kvn->WriteIniKey(u"S", u"k", u"new", file);
+  EXPECT_EQ(readBytes(path), "\xEF\xBB\xBF[S]\r\nk=new\r\n[T]\r\nk=second\r\n");
+}
+
 TEST_F(IniCache, AFileStampedAfterTheReadBeganIsNotKept) {
   std::string path = root / "fresh.ini";
   writeBytes(path, kOld);
