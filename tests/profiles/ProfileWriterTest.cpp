@@ -187,16 +187,18 @@ TEST_F(ProfileWriter, NamesThatLeaveTheProfilesFolderAreRefused) {
   EXPECT_TRUE(exists(root / "profiles/Old"));
 }
 
-// With the plain name, a plain file left by a failed save is the newer state: it is kept, not
-// unpacked over.
-TEST_F(ProfileWriter, PlainNameKeepsALeftPlainFile) {
-  writeBytes(root / "profiles.ini", "[Keep]\r\npath=k\r\n");
-  kvn->CompressBINI(root.text("profiles.ini"));
-  const std::string left = "[Keep]\r\npath=k\r\n[Left]\r\npath=l\r\n";
-  writeBytes(root / "profiles.ini", left);
-  Profile p{u"New"};
-  EXPECT_TRUE(save(p, "profiles.ini"));
-  EXPECT_EQ(unpacked(), left + keysOf(p));
+// A plain file left beside the packed one (by a failed or killed save) is older than the packed
+// content: whichever name is given, the save starts from the packed file.
+TEST_F(ProfileWriter, ALeftPlainFileNeverReplacesThePackedContent) {
+  for (const char* file : {"profiles.ini", "profiles.bini"}) {
+    std::remove((root / "profiles.bini").c_str());
+    writeBytes(root / "profiles.ini", "[Keep]\r\npath=k\r\n");
+    kvn->CompressBINI(root.text("profiles.ini"));
+    writeBytes(root / "profiles.ini", "[Left]\r\npath=l\r\n");
+    Profile p{u"New"};
+    EXPECT_TRUE(save(p, file)) << file;
+    EXPECT_EQ(unpacked(), "[Keep]\r\npath=k\r\n" + keysOf(p)) << file;
+  }
   EXPECT_EQ(failures(), Failures{});
 }
 
