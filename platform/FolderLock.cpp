@@ -18,6 +18,7 @@ namespace {
 struct Holding {
   int fd;     // the descriptor the lock sits on; closing it releases the lock
   int depth;  // nested objects of this thread
+  pid_t pid;  // the process that took it: a forked child shares it, but does not hold it alone
 };
 
 using FolderId = std::pair<dev_t, ino_t>;
@@ -47,6 +48,12 @@ FolderLock::FolderLock(const std::string& folder) {
   ino_ = st.st_ino;
   auto& held = holdings();
   auto it = held.find({dev_, ino_});
+  if (it != held.end() && it->second.pid != ::getpid()) {
+    // Inherited through fork: the parent's lock, which the child takes for itself.
+    ::close(it->second.fd);
+    held.erase(it);
+    it = held.end();
+  }
   if (it != held.end()) {
     ::close(fd);
     ++it->second.depth;
@@ -59,7 +66,7 @@ FolderLock::FolderLock(const std::string& folder) {
       return;
     }
   }
-  held.emplace(FolderId{dev_, ino_}, Holding{fd, 1});
+  held.emplace(FolderId{dev_, ino_}, Holding{fd, 1, ::getpid()});
   held_ = true;
 }
 
@@ -67,7 +74,7 @@ FolderLock::~FolderLock() {
   if (!held_) return;
   auto& held = holdings();
   auto it = held.find({dev_, ino_});
-  if (it == held.end() || --it->second.depth > 0) return;
+  if (it == held.end() || it->second.pid != ::getpid() || --it->second.depth > 0) return;
   ::close(it->second.fd);
   held.erase(it);
 }
@@ -75,7 +82,8 @@ FolderLock::~FolderLock() {
 bool FolderLock::heldByThisThread(const std::string& folder) {
   struct stat st;
   if (::stat(folder.c_str(), &st) != 0) return false;
-  return holdings().count({st.st_dev, st.st_ino}) != 0;
+  auto it = holdings().find({st.st_dev, st.st_ino});
+  return it != holdings().end() && it->second.pid == ::getpid();
 }
 
 std::string lockFolderOf(const std::string& nativePath) {
