@@ -289,6 +289,33 @@ TEST_F(ProfileStore, ASaveThatDidNotStoreEverythingFails) {
   EXPECT_EQ(sections["Next"], keysOf(p));
 }
 
+// Permissions: a read-only packed file is not packed over (for every caller); a folder the
+// caller may not write in (only an unprivileged caller meets one) stops the save at the unpack.
+TEST_F(ProfileStore, FilesAndFoldersTheCallerMayNotWrite) {
+  storeProfiles(3);
+  const std::string stored = readBytes(mem / "profiles.bini");
+  makeReadOnly(mem / "profiles.bini");
+  EXPECT_FALSE(save(Profile{u"New"}));
+  EXPECT_EQ(failures(), Failures{"CompressBINI:70@6"});
+  EXPECT_EQ(readBytes(mem / "profiles.bini"), stored);
+  ::chmod((mem / "profiles.bini").c_str(), 0644);
+  std::remove((mem / "profiles.ini").c_str());
+
+  if (::geteuid() != 0) {
+    loggedFailures().clear();
+    ::chmod(mem.path().c_str(), 0555);
+    EXPECT_FALSE(save(Profile{u"New"}));
+    ::chmod(mem.path().c_str(), 0755);
+    EXPECT_EQ(failures(), (Failures{"DecompressBINI:70@13", "writeProfile:75@1"}));
+    EXPECT_EQ(readBytes(mem / "profiles.bini"), stored);
+    EXPECT_FALSE(exists(mem / "profiles.ini"));
+  }
+  loggedFailures().clear();
+  EXPECT_TRUE(save(Profile{u"New"}));
+  EXPECT_EQ(sectionsOf(unpacked()).size(), 4u);
+  EXPECT_EQ(failures(), Failures{});
+}
+
 // The duplicate check sees every section, however long the list of names.
 TEST_F(ProfileStore, DuplicateCheckSeesAThousandProfiles) {
   std::string text;
