@@ -215,6 +215,12 @@ TEST_F(ProfileStore, APackedFileThatCannotBeReadIsNeverPackedOver) {
        good,
        {"DecompressBINI:70@13", "writeProfile:75@1"},
        [&] { faults::writeRefused(mem / "profiles.ini"); }},
+      {"plain file not put in place",
+       good,
+       {"DecompressBINI:57@13", "writeProfile:75@1"},
+       [&] {
+         faults::add({faults::Call::Rename, mem / "profiles.ini", EIO});
+       }},
   };
   for (const Case& c : cases) {
     for (const char* file : {"profiles.bini", "profiles.ini"}) {
@@ -266,6 +272,11 @@ TEST_F(ProfileStore, ASaveThatDidNotStoreEverythingFails) {
       {"pack on a full disk",
        [&](Profile&, FormObject&) { faults::diskFull(mem / "profiles.bini"); },
        {"CompressBINI:61@10"}},
+      {"packed file not put in place",
+       [&](Profile&, FormObject&) {
+         faults::add({faults::Call::Rename, mem / "profiles.bini", EIO});
+       },
+       {"CompressBINI:57@10"}},
   };
   for (Case& c : cases) {
     SCOPED_TRACE(c.what);
