@@ -1,10 +1,14 @@
 // profile: validating and saving a server profile whose form fields come as options.
 #include <cstdint>
+#include <cstdlib>
+#include <filesystem>
 #include <map>
 #include <memory>
+#include <optional>
 
 #include <zrkKVL/FormObject.h>
 #include "cli/Command.h"
+#include "platform/Paths.h"
 #include "profiles/ProfileKeys.h"
 
 namespace zrk::cli {
@@ -59,9 +63,61 @@ std::shared_ptr<FormObject> formFrom(const Context& o) {
   return form;
 }
 
+namespace fs = std::filesystem;
+
+// The packed profiles file's content, unpacked into a private folder for the time of a check:
+// the check reads section names from the plain form only, and the packed file stays untouched.
+class UnpackedCopy {
+ public:
+  UnpackedCopy(clsKVN& kvn, const Text& packedName) {
+    std::string tmpl = (fs::temp_directory_path() / "zrkkvl-profiles-XXXXXX").string();
+    if (!::mkdtemp(tmpl.data()))
+      throw ToolError{"profile validate: cannot make a temporary folder"};
+    folder_ = tmpl;
+    std::error_code ec;
+    fs::copy_file(platform::nativePath(packedName), folder_ / "profiles.bini", ec);
+    if (ec || !kvn.DecompressBINI(fromUtf8((folder_ / "profiles.bini").string()))) {
+      removeFolder();
+      throw ToolError{"profile validate: cannot unpack " + quotePath(packedName)};
+    }
+  }
+  ~UnpackedCopy() { removeFolder(); }
+  UnpackedCopy(const UnpackedCopy&) = delete;
+  UnpackedCopy& operator=(const UnpackedCopy&) = delete;
+  Text plainName() const { return fromUtf8((folder_ / "profiles.ini").string()); }
+
+ private:
+  void removeFolder() {
+    std::error_code ec;
+    fs::remove_all(folder_, ec);
+  }
+
+  fs::path folder_;
+};
+
+// The packed file of the pair FILE names, when it exists: a save works on its content whichever
+// name is given, so the check does too.
+std::optional<Text> storedPackedFile(const Text& file) {
+  Text packed = replaceAll(replaceAll(file, u".bini", u".ini"), u".ini", u".bini");
+  std::error_code ec;
+  if (packed == replaceAll(file, u".bini", u".ini") ||
+      !fs::is_regular_file(platform::nativePath(packed), ec)) {
+    return std::nullopt;
+  }
+  return packed;
+}
+
 int validate(Context& c) {
   auto form = formFrom(c);
-  Text message = c.kvn.validateProfile(*form, pathArg(c, 0, "FILE"));
+  Text file = pathArg(c, 0, "FILE");
+  Text message;
+  if (std::optional<Text> packed = storedPackedFile(file)) {
+    UnpackedCopy copy(c.kvn, *packed);
+    message = c.kvn.validateProfile(*form, copy.plainName());
+  } else {
+    message = c.kvn.validateProfile(*form, file);
+  }
+  if (libraryFailed()) return 1;
   printValue(message.empty() ? Text(u"valid") : message);
   return message.empty() ? 0 : 1;
 }

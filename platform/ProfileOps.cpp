@@ -15,6 +15,7 @@
 #include <zrkKVL/Failure.h>
 #include "platform/CodePage.h"
 #include "platform/FileIO.h"
+#include "platform/FolderLock.h"
 #include "platform/Paths.h"
 #include "platform/ProfileCache.h"
 #include "platform/SafeFile.h"
@@ -467,8 +468,9 @@ bool WritePrivateProfileStringA(const Text* section, const Text* key, const Text
   // Names are matched and written as the reader finds them: without the blanks round them.
   std::string name(trim(s)), keyName(trim(k));
   std::string path = followFinalLink(nativePath(file));
-  // Another writer's read-modify-replace of a file of this folder waits for ours to end.
-  FolderLock lock(folderOfPath(path));
+  // Another writer's read-modify-replace of this file waits for ours to end; a profile save
+  // or a pack that holds the lock already takes it again.
+  FolderLock lock(lockFolderOf(path));
   std::string all;
   struct stat st;
   if (::stat(path.c_str(), &st) == 0) {

@@ -1,9 +1,8 @@
-// Whole-file replacement through an unnamed temporary file, appends, folder locks, and the
-// owner, mode and read-only rules they share.
+// Whole-file replacement through an unnamed temporary file, appends, and the owner, mode and
+// read-only rules they share.
 #include "platform/SafeFile.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -107,17 +106,6 @@ FolderHandle::~FolderHandle() {
 
 void FolderHandle::sync() const {
   if (::fsync(fd_) != 0 && errno != EINVAL) fail(errno);
-}
-
-FolderLock::FolderLock(const std::string& folder)
-    : fd_(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-  if (fd_ < 0) return;
-  while (::flock(fd_, LOCK_EX) != 0 && errno == EINTR) {
-  }
-}
-
-FolderLock::~FolderLock() {
-  if (fd_ >= 0) ::close(fd_);  // closing the last descriptor releases the lock
 }
 
 FileReplacement::FileReplacement(const std::string& path, Links links) {

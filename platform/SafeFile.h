@@ -44,20 +44,6 @@ class FolderHandle {
   int fd_;
 };
 
-// An exclusive advisory lock on a folder, held for the object's life, so that the
-// read-modify-replace of a file in it is one step for every process that takes the lock too.
-// Where the folder cannot be opened the lock is skipped: the write that follows fails anyway.
-class FolderLock {
- public:
-  explicit FolderLock(const std::string& folder);
-  ~FolderLock();
-  FolderLock(const FolderLock&) = delete;
-  FolderLock& operator=(const FolderLock&) = delete;
-
- private:
-  int fd_;
-};
-
 // The new content of one file, built beside it and put in its place by commit(). Until then,
 // and when the object goes without a commit, the file keeps its old content. A failure is a
 // Failure with the runtime's number: 76 missing folder, 75 a folder, 70 read-only.

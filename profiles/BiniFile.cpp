@@ -12,6 +12,7 @@
 #include "platform/CodePage.h"
 #include "platform/FileIO.h"
 #include "platform/FileSystemObject.h"
+#include "platform/FolderLock.h"
 #include "platform/Paths.h"
 #include "profiles/Base64.h"
 #include "profiles/BiniFormat.h"
@@ -94,6 +95,22 @@ std::string expandedText(std::string_view stream, int32_t size, const Text& pack
   return std::move(*text);
 }
 
+// The lock of a pair of names: the one the plain file's writers take, so that a pack or an
+// unpack and every INI edit of the plain file run one after the other.
+platform::FolderLock lockOfPair(const Text& plainName) {
+  return platform::FolderLock(platform::lockFolderOf(platform::nativePath(plainName)));
+}
+
+// Writes the unpacked text as the plain file's whole new content; a failure names the file.
+void writePlainFile(const Text& plainName, std::string_view text) {
+  try {
+    platform::writeFileWhole(platform::nativePath(plainName), text);
+  } catch (Failure& f) {
+    f.info().Description += u" [" + plainName + u"]";
+    throw;
+  }
+}
+
 // The bytes before the first byte 0, all of them when there is none.
 std::string_view beforeFirstZero(std::string_view body) {
   return body.substr(0, body.find('\0'));
@@ -123,6 +140,7 @@ void clsKVN::CompressBINI(Text FileName, std::optional<Text> bType) {
     platform::FileSystemObject& fso = mdlKVN::SharedFileSystem();
     frame.line(1);
     const Text type = typeWordOf(bType ? &*bType : nullptr);
+    platform::FolderLock lock = lockOfPair(FileName);
     frame.line(2);
     // Without the plain file there is nothing to pack, and the packed file must stay.
     if (!fso.FileExists(FileName)) {
@@ -171,6 +189,7 @@ bool clsKVN::DecompressBINI(Text FileName, Text* bType) {
     platform::FileSystemObject& fso = mdlKVN::SharedFileSystem();
     frame.line(1);
     const Text type = typeWordOf(bType);
+    platform::FolderLock lock = lockOfPair(replaceAll(FileName, u".b" + type, u"." + type));
     frame.line(2);
     if (!fso.FileExists(FileName)) return;
     frame.line(3);
@@ -200,11 +219,7 @@ bool clsKVN::DecompressBINI(Text FileName, Text* bType) {
     frame.line(13);
     // The plain file is replaced whole and in one step, only once its new content is known, so
     // a damaged packed file never costs the plain file beside it.
-    std::string text = expandedText(decoded, size, FileName);
-    if (!platform::replaceFileAtomically(platform::nativePath(plainName), text)) {
-      throw Failure(err::PathFileAccessError,
-                    defaultDescription(err::PathFileAccessError) + u" [" + plainName + u"]");
-    }
+    writePlainFile(plainName, expandedText(decoded, size, FileName));
     frame.line(14);
     result = true;
   });

@@ -4,6 +4,7 @@
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
 #include "platform/FileSystemObject.h"
+#include "platform/FolderLock.h"
 #include "platform/ProfileOps.h"
 #include "profiles/ProfileKeys.h"
 
@@ -18,15 +19,51 @@ Text profileFolder(const Text& zrkPath, const Text& name) {
   return zrkPath + u"/profiles/" + name;
 }
 
-// A profile name stays a single folder below "profiles": a name holding a separator, or "."
-// or "..", would reach elsewhere, so it is refused before anything changes.
+// A profile name is one section of the profiles file and one folder below "profiles". A name
+// the section cannot hold (empty, blanks only, a line end, a "]") or that would reach elsewhere
+// (a separator, "." or "..", a NUL, which the system would cut the name at) is refused before
+// anything changes.
 void checkProfileName(const Text& name, bool mayBeEmpty) {
   bool bad = name.empty()
                  ? !mayBeEmpty
-                 : name == u"." || name == u".." || name.find_first_of(u"/\\") != Text::npos;
+                 : name.find_first_not_of(u" \t") == Text::npos || name == u"." || name == u".." ||
+                       name.find_first_of(TextView(u"/\\\0\r\n]", 6)) != Text::npos;
   if (bad) {
     throw Failure(err::BadFileNameOrNumber,
                   defaultDescription(err::BadFileNameOrNumber) + u" [" + name + u"]");
+  }
+}
+
+// The profile's 13 values in key order. A value that holds a line end (or a NUL, which ends a
+// line of a section read back) would add lines of its own, so the save stops before any key is
+// written, naming the key.
+std::vector<Text> checkedValues(Dispatch& F, const Text& urls) {
+  std::vector<Text> values;
+  for (const ProfileKey& k : kProfileKeys) {
+    values.push_back(profileValue(F, k, urls));
+    if (values.back().find_first_of(TextView(u"\0\r\n", 3)) != Text::npos) {
+      throw Failure(err::InvalidCall,
+                    defaultDescription(err::InvalidCall) + u" [" + Text(k.key) + u"]");
+    }
+  }
+  return values;
+}
+
+// Writes one key. A write the INI engine refuses (a read-only file, a full disk) stops the save:
+// a profile stored with fewer keys than it has is no save.
+void storeKey(const Text& section, const Text& key, const Text& value, const Text& file) {
+  if (!platform::WritePrivateProfileStringA(&section, &key, &value, file)) {
+    throw Failure(err::PathFileAccessError, defaultDescription(err::PathFileAccessError) + u" [" +
+                                                section + u", " + key + u", " + file + u"]");
+  }
+}
+
+// Stops the save when the packed file exists and could not be unpacked whole: packing the
+// plain file over it would lose every profile that only the packed file holds.
+void requireUnpacked(bool unpacked, const platform::FileSystemObject& fso, const Text& packedName) {
+  if (!unpacked && fso.FileExists(packedName)) {
+    throw Failure(err::PathFileAccessError,
+                  defaultDescription(err::PathFileAccessError) + u" [" + packedName + u"]");
   }
 }
 
@@ -73,18 +110,19 @@ bool clsKVN::writeProfile(Dispatch& F, Text iniFile, Text zrkPath) {
     frame.line(1);
     checkProfileName(text(F, u"txtName"), false);
     checkProfileName(text(F, u"txtOld"), true);
-    // With the packed name the packed file is unpacked, also over a plain file left by an
-    // earlier save. With the plain name a plain file that exists is kept as it is; only
-    // without one is the packed file unpacked, so that a plain name never packs one profile
-    // over the whole file. A name of neither form could not be packed again, so nothing is
-    // written to it.
+    // The packed file is unpacked over any plain file beside it, whichever name is given: a
+    // plain file left by an earlier save is never packed over newer packed content. A name of
+    // neither form could not be packed again, so nothing is written to it.
     Text plainName = replaceAll(iniFile, u".bini", u".ini");
     Text packedName = replaceAll(plainName, u".ini", u".bini");
     if (packedName == plainName) {
       throw Failure(err::BadFileNameOrNumber,
                     defaultDescription(err::BadFileNameOrNumber) + u" [" + iniFile + u"]");
     }
-    if (iniFile != plainName || !fso.FileExists(plainName)) DecompressBINI(packedName);
+    // The whole save, from the unpack to the pack, is one step for every other writer of the
+    // profiles file: other saves, packs and unpacks, INI edits.
+    platform::FolderLock lock(platform::lockFolderOf(platform::nativePath(plainName)));
+    requireUnpacked(DecompressBINI(packedName), fso, packedName);
     frame.line(2);
     iniFile = plainName;
     frame.line(5);
@@ -93,8 +131,9 @@ bool clsKVN::writeProfile(Dispatch& F, Text iniFile, Text zrkPath) {
     urls = uploadUrls(F);
     frame.line(7);
     auto writeKeys = [&] {
-      for (const ProfileKey& k : kProfileKeys) {
-        WriteIniKey(text(F, u"txtName"), k.key, profileValue(F, k, urls), iniFile);
+      std::vector<Text> values = checkedValues(F, urls);
+      for (size_t i = 0; i < values.size(); ++i) {
+        storeKey(text(F, u"txtName"), kProfileKeys[i].key, values[i], iniFile);
       }
     };
     writeKeys();
@@ -129,7 +168,10 @@ bool clsKVN::writeProfile(Dispatch& F, Text iniFile, Text zrkPath) {
       result = true;
     }
     frame.line(13);
+    // CompressBINI reports its own failures. A pack that did not finish leaves the plain file:
+    // the profile is then not stored, whatever the check above found.
     CompressBINI(iniFile);
+    if (fso.FileExists(iniFile)) result = false;
   });
   return result;
 }

@@ -85,20 +85,39 @@ class ZRK_API clsKVN : public Dispatch {
   Variant ParseIniKey(Text iKey, std::optional<bool> ReturnKey = std::nullopt);
 
   // Profiles. F is a form reached by control and property names (see FormObject.h).
-  // "" when the form holds a valid profile for iFile, else the message to show. Reports.
+  // "" when the form holds a valid profile for iFile, else the message to show. The duplicate
+  // check reads every section name of iFile (not the 1019-character list of GetAllIniSections);
+  // a packed file shows no sections. Reports.
   Text validateProfile(Dispatch& F, Text iFile);
   // Whether the text holds letters and digits only. Reports and gives false.
   bool CheckAlphaNumeric(Text strInputText);
   // Saves the form's profile into iniFile (packed) and makes its folders below
   // zrkPath/profiles; false when a step failed. Reports.
+  // The whole save, from the unpack to the pack, holds the profiles file's lock (the one every
+  // INI edit, CompressBINI and DecompressBINI of the pair takes), so parallel saves, packs and
+  // edits lose nothing. Where it departs from the plain sequence, to keep stored text:
+  // - the packed file is unpacked over any plain file beside it, with the plain name too;
+  // - a packed file that exists but cannot be unpacked whole stops the save before any key is
+  //   written (DecompressBINI reports why, then failure 75 naming the packed file, line 1): the
+  //   packed file stays byte for byte and no plain file is made;
+  // - a name that is empty, blank, holds a NUL, a line end, "]" or a separator, or is "." or
+  //   "..", is failure 52 at line 1, before anything changes;
+  // - a value holding a line end or a NUL is failure 5 naming the key, and a key write the INI
+  //   engine refuses failure 75, both at line 7 and before the pack;
+  // - the result is false when the pack did not finish (CompressBINI reports why).
   bool writeProfile(Dispatch& F, Text iniFile, Text zrkPath);
-  // Packs FileName into the name with ".b" + bType (default "ini") and deletes the plain file.
-  // Reports.
+  // Packs FileName into the name with ".b" + bType (default "ini") and deletes the plain file,
+  // holding the pair's lock throughout. The packed file is replaced in one step once it is whole;
+  // a missing plain file or a read-only packed file is refused and changes nothing. Reports.
   void CompressBINI(Text FileName, std::optional<Text> bType = std::nullopt);
   // Whether the file carries the magic "BINI". Throws.
   bool IsBINIFile(Text FileName);
-  // Unpacks FileName beside itself; bType (by reference, read only; default "ini") names the
-  // type. False when the file is missing or not packed. Reports.
+  // Unpacks FileName beside itself, holding the pair's lock; bType (by reference, read only;
+  // default "ini") names the type. False when the file is missing or not packed. A stream that
+  // does not expand whole (a damaged check value, a cut file) is failure 62 and writes nothing:
+  // the plain file beside it stays, and no save packs a shortened text over the store. The plain
+  // file is replaced in one step; a failed write (full disk, refused) is reported with its own
+  // number and leaves it as it was. Reports.
   bool DecompressBINI(Text FileName, Text* bType = nullptr);
 
   // Compression and archives. Strings hold one byte per character.

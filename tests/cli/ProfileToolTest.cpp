@@ -1,4 +1,8 @@
 // The bini and profile commands of the tool, run as a user runs them.
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <string>
 
 #include "ToolRun.h"
@@ -8,6 +12,62 @@ namespace zrk::test {
 namespace {
 
 using namespace std::string_literals;
+
+// Starts the tool without waiting for it, its output thrown away.
+pid_t startTool(std::vector<std::string> args) {
+  args.insert(args.begin(), ZRK_TOOL_FILE);
+  pid_t pid = ::fork();
+  if (pid == 0) {
+    int null = ::open("/dev/null", O_WRONLY);
+    ::dup2(null, 1);
+    ::dup2(null, 2);
+    std::vector<char*> argv;
+    for (auto& a : args)
+      argv.push_back(a.data());
+    argv.push_back(nullptr);
+    ::execv(argv[0], argv.data());
+    ::_exit(127);
+  }
+  return pid;
+}
+
+int exitCodeOf(pid_t pid) {
+  int status = 0;
+  ::waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// A profiles file of `count` profiles named "Server <10000 + i>", packed.
+void storeProfiles(const TempDir& dir, int count) {
+  std::string text;
+  for (int i = 0; i < count; ++i)
+    text += "[Server " + std::to_string(10000 + i) + "]\r\npath=p\r\n";
+  writeBytes(dir / "profiles.ini", text);
+  ASSERT_EQ(runTool({"bini", "pack", dir / "profiles.ini"}).code, 0);
+}
+
+// The packed file's text, unpacked from a copy.
+std::string unpackedCopy(const TempDir& dir) {
+  writeBytes(dir / "copy.bini", readBytes(dir / "profiles.bini"));
+  if (runTool({"bini", "unpack", dir / "copy.bini"}).code != 0) return "";
+  std::string text = readBytes(dir / "copy.ini");
+  std::remove((dir / "copy.ini").c_str());
+  std::remove((dir / "copy.bini").c_str());
+  return text;
+}
+
+size_t countOf(const std::string& text, const std::string& part) {
+  size_t n = 0;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+    ++n;
+  return n;
+}
+
+std::vector<std::string> saveArgs(const std::string& file, const std::string& root,
+                                  const std::string& name) {
+  return {"profile",   "save",   file, root,      "--name", name,     "--path",
+          "/srv/game", "--game", "q3", "--stats", "s",      "--port", "27960"};
+}
 
 TEST(ProfileTool, BiniPackTestUnpack) {
   TempDir dir;
@@ -73,6 +133,110 @@ TEST(ProfileTool, FormOptionsAreChecked) {
     EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
   }
   EXPECT_FALSE(exists(file)) << "a refused command line writes nothing";
+}
+
+// Saves of different profiles started at once into one profiles file: all of them stay, with
+// every profile stored before, and each exits 0.
+TEST(ProfileTool, ParallelSavesKeepEveryProfile) {
+  TempDir dir;
+  makeDir(dir / "profiles");
+  storeProfiles(dir, 20);
+  std::vector<pid_t> saves;
+  for (int i = 0; i < 10; ++i)
+    saves.push_back(
+        startTool(saveArgs(dir / "profiles.bini", dir.path(), "New " + std::to_string(i))));
+  for (pid_t pid : saves)
+    EXPECT_EQ(exitCodeOf(pid), 0);
+  std::string text = unpackedCopy(dir);
+  EXPECT_EQ(countOf(text, "\r\n["), 29u);  // every section but the first follows a line end
+  for (int i = 0; i < 20; ++i)
+    EXPECT_EQ(countOf(text, "[Server " + std::to_string(10000 + i) + "]\r\npath=p\r\n"), 1u);
+  for (int i = 0; i < 10; ++i) {
+    std::string head = "[New " + std::to_string(i) + "]\r\npath=/srv/game\r\n";
+    EXPECT_EQ(countOf(text, head), 1u) << head;
+  }
+  EXPECT_EQ(countOf(text, "port=27960\r\n"), 10u);
+  EXPECT_FALSE(exists(dir / "profiles.ini"));
+}
+
+// `ini set` on the plain file while `bini pack` packs it: the value ends in the packed file or
+// in a plain file made after the pack, never lost.
+TEST(ProfileTool, AnIniSetDuringAPackIsKept) {
+  TempDir dir;
+  std::string base;
+  for (int i = 0; i < 2000; ++i)
+    base += "[S" + std::to_string(i) + "]\r\nkey=value " + std::to_string(i) + "\r\n";
+  int lost = 0;
+  for (int round = 0; round < 12; ++round) {
+    std::remove((dir / "profiles.bini").c_str());
+    writeBytes(dir / "profiles.ini", base);
+    pid_t pack = startTool({"bini", "pack", dir / "profiles.ini"});
+    pid_t set =
+        startTool({"ini", "set", dir / "profiles.ini", "Edit", "round", std::to_string(round)});
+    EXPECT_EQ(exitCodeOf(set), 0);
+    EXPECT_EQ(exitCodeOf(pack), 0);
+    std::string line = "[Edit]\r\nround=" + std::to_string(round) + "\r\n";
+    bool packed = unpackedCopy(dir).find(line) != std::string::npos;
+    bool plain = readBytes(dir / "profiles.ini") == line;
+    lost += !packed && !plain;
+    std::remove((dir / "profiles.ini").c_str());
+  }
+  EXPECT_EQ(lost, 0);
+}
+
+// `profile validate` checks a name against the stored profiles, packed as they lie at rest,
+// with either name, however many there are; `profile save` keeps them all.
+TEST(ProfileTool, ValidateAndSaveOnAThousandPackedProfiles) {
+  TempDir dir;
+  makeDir(dir / "profiles");
+  storeProfiles(dir, 1000);
+  const std::string packed = readBytes(dir / "profiles.bini");
+  auto validate = [&](const std::string& file, const std::string& name) {
+    return runTool({"profile", "validate", file, "--name", name, "--path", "p", "--game", "g",
+                    "--stats", "s"});
+  };
+  for (const char* file : {"profiles.bini", "profiles.ini"}) {
+    ToolRun taken = validate(dir / file, "Server 10999");
+    EXPECT_EQ(taken.code, 1) << file;
+    EXPECT_EQ(taken.out, "You already have a profile with this name!\n") << file;
+    ToolRun free = validate(dir / file, "Server 11000");
+    EXPECT_EQ(free.code, 0) << free.err;
+    EXPECT_EQ(free.out, "valid\n");
+  }
+  EXPECT_EQ(readBytes(dir / "profiles.bini"), packed);
+  EXPECT_FALSE(exists(dir / "profiles.ini"));
+
+  ToolRun save = runTool(saveArgs(dir / "profiles.bini", dir.path(), "Server 11000"));
+  EXPECT_EQ(save.code, 0) << save.err;
+  std::string text = unpackedCopy(dir);
+  EXPECT_EQ(countOf(text, "\r\n["), 1000u);
+  EXPECT_EQ(countOf(text, "[Server 10999]\r\npath=p\r\n"), 1u);
+
+  writeBytes(dir / "profiles.bini", packed.substr(0, packed.size() / 2));
+  ToolRun cut = validate(dir / "profiles.bini", "Server 10999");
+  EXPECT_EQ(cut.code, 1);
+  EXPECT_NE(cut.err.find("cannot unpack"), std::string::npos) << cut.err;
+}
+
+// A save that does not store every key exits 1 and names the key; the stored file stays.
+TEST(ProfileTool, ASaveThatCannotStoreAKeyExits1) {
+  TempDir dir;
+  makeDir(dir / "profiles");
+  storeProfiles(dir, 3);
+  const std::string packed = readBytes(dir / "profiles.bini");
+  std::vector<std::string> args = saveArgs(dir / "profiles.bini", dir.path(), "Srv");
+  args.insert(args.end(), {"--padnum", "5\r\n[Injected]"});
+  ToolRun r = runTool(args);
+  EXPECT_EQ(r.code, 1);
+  EXPECT_NE(r.err.find("[apn]"), std::string::npos) << r.err;
+  EXPECT_EQ(r.out.find("saved"), std::string::npos) << r.out;
+  EXPECT_EQ(readBytes(dir / "profiles.bini"), packed);
+
+  writeBytes(dir / "profiles.bini", packed.substr(0, 20));
+  ToolRun damaged = runTool(saveArgs(dir / "profiles.bini", dir.path(), "Srv"));
+  EXPECT_EQ(damaged.code, 1);
+  EXPECT_NE(damaged.err.find("(in writeProfile)"), std::string::npos) << damaged.err;
+  EXPECT_EQ(readBytes(dir / "profiles.bini"), packed.substr(0, 20));
 }
 
 }  // namespace

@@ -193,13 +193,16 @@ TEST_F(BiniFile, DamagedPackedFiles) {
 }
 
 // A stream that does not expand whole is reported and never replaces the plain file, whatever
-// size the header claims; with no plain file beside it, none is made.
+// size the header claims; with no plain file beside it, none is made. Writing what did expand
+// would give a save a plain file short of profiles to pack over the whole store.
 TEST_F(BiniFile, StreamThatDoesNotExpandWholeKeepsThePlainFile) {
   std::string text;
   for (int i = 0; i < 400; ++i)
     text += "Key" + std::to_string(i * 7919) + "=value " + std::to_string(i) + "\r\n";
   const std::string good = pack("g.ini", text, "g.bini");
   const std::string cut = good.substr(0, 12 + (good.size() - 12) / 8 * 4);
+  std::string badCheck = base64DecodeBytes(good.substr(12));
+  badCheck.back() ^= 0x40;  // the stream's check value: every byte of the text still expands
   struct Case {
     const char* name;
     std::string packed;
@@ -207,6 +210,7 @@ TEST_F(BiniFile, StreamThatDoesNotExpandWholeKeepsThePlainFile) {
       {"size of 1.3 billion, no body", "\x3f\x80\x5e\x80\0\0\0\0BINI"s},
       {"header only", "\x05\0\0\0\0\0\0\0BINI"s},
       {"stream cut in half", cut},
+      {"check value damaged", good.substr(0, 12) + base64EncodeBytes(badCheck)},
       {"base64 of no stream", "\x03\0\0\0\0\0\0\0BINIYWJj"s},
       {"size far below the text", "\0\0\0\0\0\0\0\0"s + good.substr(8)},
   };

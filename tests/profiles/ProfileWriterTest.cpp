@@ -9,41 +9,6 @@
 namespace zrk::test {
 namespace {
 
-struct Profile {
-  Profile(Text n, Text o = Text()) : name(std::move(n)), old(std::move(o)) {}
-  Text name, old;
-  std::vector<Text> urls{u"http://a/u", u"http://b/u"};
-  int32_t listIndex = 2;
-};
-
-std::shared_ptr<FormObject> formOf(const Profile& p) {
-  auto form = std::make_shared<FormObject>();
-  form->set(u"txtName", u"Text", p.name)
-      .set(u"txtOld", u"Text", p.old)
-      .set(u"txtPath", u"Text", Text(u"C:\\Games\\hl.exe"))
-      .set(u"cboGames", u"Text", Text(u"Half-Life"))
-      .set(u"cboGames", u"ToolTipText", Text(u"hl"))
-      .set(u"txtSrHost", u"Text", Text(u"127.0.0.1"))
-      .set(u"cboLL", u"ListIndex", p.listIndex)
-      .set(u"chkAcs", u"Value", int16_t(1))
-      .set(u"chkAra", u"Value", int16_t(0))
-      .set(u"chkRbm", u"Value", int16_t(2))
-      .set(u"chkAntiStatsPad", u"Value", int16_t(1))
-      .set(u"txtPadtime", u"Text", Text(u"30"))
-      .set(u"txtPadnum", u"Text", Text(u"5"))
-      .set(u"cboStats", u"Text", Text(u"PsychoStats"))
-      .set(u"txtGamePort", u"Text", Text(u"27015"));
-  form->control(u"lstUrls").setList(p.urls);
-  return form;
-}
-
-std::string keysOf(const Profile& p, const std::string& upload = "http://a/u|http://b/u") {
-  return "[" + toUtf8(p.name) + "]\r\npath=C:\\Games\\hl.exe\r\nupload=" + upload +
-         "\r\ngame=hl\r\nhost=127.0.0.1\r\nnll=" + std::to_string(p.listIndex) +
-         "\r\nacs=1\r\nara=0\r\nrbm=2\r\nasp=1\r\napt=30\r\napn=5\r\nsss=PsychoStats\r\nport="
-         "27015\r\n";
-}
-
 class ProfileWriter : public ProfileLibraryTest {
  protected:
   void SetUp() override {
@@ -150,8 +115,9 @@ TEST_F(ProfileWriter, NameOfNeitherFormIsRefused) {
   EXPECT_EQ(failures(), Failures{"writeProfile:52@1"});
 }
 
-// A profile name is one folder below "profiles": a name that would reach elsewhere is refused
-// before anything changes, on disk or in the profiles file.
+// A profile name is one folder below "profiles" and one section: a name that would reach
+// elsewhere, or that no section can hold, is refused before anything changes, on disk or in the
+// profiles file.
 TEST_F(ProfileWriter, NamesThatLeaveTheProfilesFolderAreRefused) {
   writeBytes(root / "profiles.ini", "[Keep]\r\npath=k\r\n");
   kvn->CompressBINI(root.text("profiles.ini"));
@@ -168,6 +134,16 @@ TEST_F(ProfileWriter, NamesThatLeaveTheProfilesFolderAreRefused) {
       {u"a\\b"},
       {root.text("escape")},
       {u""},
+      {u" "},
+      {u" \t "},
+      {Text(u"..\0x", 4)},
+      {Text(u"New\0", 4)},
+      {u"a\rb"},
+      {u"a\nb"},
+      {u"a]b"},
+      {u"New", Text(u"..\0x", 4)},
+      {u"New", u"Old\r\n[Keep"},
+      {u"New", u" "},
       {u"New", u"../victim"},
       {u"New", u".."},
       {u"New", u"..\\victim"},
@@ -187,16 +163,18 @@ TEST_F(ProfileWriter, NamesThatLeaveTheProfilesFolderAreRefused) {
   EXPECT_TRUE(exists(root / "profiles/Old"));
 }
 
-// With the plain name, a plain file left by a failed save is the newer state: it is kept, not
-// unpacked over.
-TEST_F(ProfileWriter, PlainNameKeepsALeftPlainFile) {
-  writeBytes(root / "profiles.ini", "[Keep]\r\npath=k\r\n");
-  kvn->CompressBINI(root.text("profiles.ini"));
-  const std::string left = "[Keep]\r\npath=k\r\n[Left]\r\npath=l\r\n";
-  writeBytes(root / "profiles.ini", left);
-  Profile p{u"New"};
-  EXPECT_TRUE(save(p, "profiles.ini"));
-  EXPECT_EQ(unpacked(), left + keysOf(p));
+// A plain file left beside the packed one (by a failed or killed save) is older than the packed
+// content: whichever name is given, the save starts from the packed file.
+TEST_F(ProfileWriter, ALeftPlainFileNeverReplacesThePackedContent) {
+  for (const char* file : {"profiles.ini", "profiles.bini"}) {
+    std::remove((root / "profiles.bini").c_str());
+    writeBytes(root / "profiles.ini", "[Keep]\r\npath=k\r\n");
+    kvn->CompressBINI(root.text("profiles.ini"));
+    writeBytes(root / "profiles.ini", "[Left]\r\npath=l\r\n");
+    Profile p{u"New"};
+    EXPECT_TRUE(save(p, file)) << file;
+    EXPECT_EQ(unpacked(), "[Keep]\r\npath=k\r\n" + keysOf(p)) << file;
+  }
   EXPECT_EQ(failures(), Failures{});
 }
 
