@@ -20,6 +20,15 @@ METHOD = re.compile(r"^(?P<type>[\w:<>]+)\s+(?P<name>\w+)\((?P<params>.*)\)(\s+o
 VARIABLE = re.compile(r"^(?P<type>[\w:<>]+)\s+(?P<name>\w+)\s*=\s*[^;]*;$")
 PARAM = re.compile(r"^(?P<type>[\w:<>]+)(?P<ref>[&*]?)\s+(?P<name>\w+)(\s*=\s*.*)?$")
 
+# The header's C++ words in a Python caller's terms.
+PYTHON_WORDS = [
+    ("empty Variant", "None"),
+    ("(see FormObject.h)", "(a dict of controls, each a dict of properties, or an object whose"
+     " attributes are controls with attributes)"),
+    ("(GameHandle.h)", "(zrkkvl.CloseGameHandle)"),
+    ("(DialogBackend.h)", "(zrkkvl.set_dialog_handler answers its message boxes)"),
+]
+
 PY_TYPES = {
     "Text": "str",
     "Variant": "Value",
@@ -114,6 +123,8 @@ def read_class(lines):
             comment = []
             continue
         doc = " ".join(comment)
+        for cpp, python in PYTHON_WORDS:
+            doc = doc.replace(cpp, python)
         method = METHOD.match(line)
         variable = VARIABLE.match(line)
         if method and method["type"] in PY_TYPES and method["name"] not in SKIPPED:

@@ -101,3 +101,5 @@ def test_a_handler_that_fails_takes_the_answer_that_changes_nothing(kvn, tmp_pat
     assert kvn.ExtractArchive(str(archive), str(tmp_path)) is False
     assert not os.path.exists(tmp_path / "x.txt")
     assert [type(u.exc_value) for u in unraisable] == [ValueError]
+    with pytest.raises(TypeError):
+        zrkkvl.set_dialog_handler("not callable")

@@ -82,6 +82,7 @@ def test_other_threads_run_while_a_long_call_works(kvn, tmp_path):
         t.join()
     assert text.startswith("0/1/2/")
     during = [x for x in ticks if start < x < end]
-    # A call holding the interpreter lock would let no tick in while it runs.
+    # A call holding the interpreter lock would let hardly a tick in while it runs; without it
+    # the ticker runs on, about once a millisecond.
     assert end - start > 0.02
-    assert len(during) >= 5, (end - start, len(during))
+    assert len(during) >= max(5, (end - start) / 0.02), (end - start, len(during))
