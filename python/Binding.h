@@ -33,9 +33,8 @@ class Instance {
   std::thread::id owner_;
 };
 
-// The by-reference slots of each bound method, by upper-case name, for calls by name.
+// The by-reference slots of each bound method, by lower-case name, for calls by name.
 std::map<Text, std::vector<size_t>>& byReferenceSlots();
-Text upperCase(TextView name);
 
 // A parameter's value from a Python argument: through the library's own Variant conversions,
 // except a 64-bit address, which a Variant would round.
@@ -154,7 +153,7 @@ py::object resultWith(py::object result, Stores& stores, std::index_sequence<I..
 template <auto Method, class Class, class R, class... P, size_t... I>
 void bindMethodOf(Class& cls, const char* name, const std::array<const char*, sizeof...(P)>& names,
                   const char* doc, R (clsKVN::*)(P...), std::index_sequence<I...> seq) {
-  std::vector<size_t>& slots = byReferenceSlots()[upperCase(fromUtf8(name))];
+  std::vector<size_t>& slots = byReferenceSlots()[lowerCase(fromUtf8(name))];
   ((Slot<P>::byReference ? slots.push_back(I) : void()), ...);
   cls.def(
       name,

@@ -57,8 +57,9 @@ class PythonDialogs : public platform::DialogBackend {
 
 void setDialogHandler(py::object handler) {
   if (!handler.is_none() && !PyCallable_Check(handler.ptr())) {
-    throw py::type_error("set_dialog_handler: the handler is called as handler(text, buttons, "
-                         "title), or None gives the library's own dialogs back");
+    throw py::type_error(
+        "set_dialog_handler: the handler is called as handler(text, buttons, "
+        "title), or None gives the library's own dialogs back");
   }
   std::shared_ptr<platform::DialogBackend> current = platform::dialogBackend();
   if (auto* ours = dynamic_cast<PythonDialogs*>(current.get())) current = ours->own();

@@ -14,31 +14,6 @@
 
 namespace zrk::python {
 
-Instance::Instance() : kvn_(std::make_unique<clsKVN>()), owner_(std::this_thread::get_id()) {}
-
-clsKVN& Instance::kvn() {
-  if (std::this_thread::get_id() != owner_) {
-    PyErr_SetString(PyExc_RuntimeError,
-                    "zrkkvl.clsKVN: an instance is used only on the thread that made it; make "
-                    "one on each thread");
-    throw py::error_already_set();
-  }
-  return *kvn_;
-}
-
-std::map<Text, std::vector<size_t>>& byReferenceSlots() {
-  static std::map<Text, std::vector<size_t>> slots;
-  return slots;
-}
-
-Text upperCase(TextView name) {
-  Text k(name);
-  for (char16_t& c : k) {
-    if (c >= u'a' && c <= u'z') c -= 32;
-  }
-  return k;
-}
-
 namespace {
 
 // The failure class, made in Python so that it is an ordinary exception with two fields.
@@ -69,7 +44,7 @@ py::object callByName(Instance& self, py::handle name, py::args args) {
       py::gil_scoped_release unlocked;
       result = kvn.CallByName(op, values);
     }
-    auto slots = byReferenceSlots().find(upperCase(op));
+    auto slots = byReferenceSlots().find(lowerCase(op));
     if (slots == byReferenceSlots().end() || slots->second.empty()) return pythonOf(result);
     py::list out;
     out.append(pythonOf(result));
