@@ -103,3 +103,20 @@ def test_a_handler_that_fails_takes_the_answer_that_changes_nothing(kvn, tmp_pat
     assert [type(u.exc_value) for u in unraisable] == [ValueError]
     with pytest.raises(TypeError):
         zrkkvl.set_dialog_handler("not callable")
+
+
+def test_a_caught_failure_goes_to_the_error_log_as_it_came(kvn, tmp_path, error_log):
+    caught = failure_of(lambda: kvn.IsBINIFile(str(tmp_path)))
+    cases = [
+        (caught, b"75", b"Path/File access error"),
+        ({"Number": 4711, "Description": "from a dict"}, b"4711", b"from a dict"),
+        (types.SimpleNamespace(number=17, description="from an object"), b"17", b"from an object"),
+    ]
+    for record, number, words in cases:
+        before = error_log()
+        kvn.LogError("script.py", "main", record, 12)
+        added = error_log()[len(before):]
+        assert number in added and words in added and b"script.py" in added, added
+    with pytest.raises(zrkkvl.Failure) as e:
+        kvn.LogError("script.py", "main", 5, 12)  # a number is no failure record
+    assert e.value.number == 13
