@@ -6,6 +6,7 @@
 #include <pybind11/pybind11.h>
 
 #include <array>
+#include <cmath>
 #include <map>
 #include <memory>
 #include <optional>
@@ -42,7 +43,9 @@ template <class T>
 T valueOf(py::handle h) {
   if constexpr (std::is_same_v<T, int64_t>) {
     if (!py::isinstance<py::int_>(h) || py::isinstance<py::bool_>(h)) {
-      return int64_t(calls::fromVariant<double>(variantOf(h)));
+      double d = std::nearbyint(calls::fromVariant<double>(variantOf(h)));
+      if (!(d >= -0x1p63 && d < 0x1p63)) throw Failure(err::Overflow);
+      return int64_t(d);
     }
     int overflow = 0;
     long long n = PyLong_AsLongLongAndOverflow(h.ptr(), &overflow);

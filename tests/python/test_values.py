@@ -104,6 +104,12 @@ def test_numbers_and_booleans_keep_their_kinds(kvn):
         kvn.BuildString("", 2**40, "x")
     assert e.value.number == 6
     assert kvn.BuildString("", 2.5, "x")[2] == 3
+    # A 64-bit address takes every whole number and a float in its range.
+    for address in [2**63, -2**63 - 1, 1e300, float("nan")]:
+        with pytest.raises(zrkkvl.Failure) as e:
+            kvn.ReadLong64(0, address)
+        assert e.value.number == 6, address
+    assert kvn.ReadLong64(0, 2**63 - 1) == 0 and kvn.ReadLong64(0, 4096.0) == 0
     # Bytes are no text: they pass through from_bytes.
     with pytest.raises(zrkkvl.Failure) as e:
         kvn.CompressString(b"abc")
