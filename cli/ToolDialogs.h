@@ -22,6 +22,7 @@ class ToolDialogs : public platform::DialogBackend {
   }
   void toolTipChanged(const platform::ToolTipWindow& tip) override { inner_->toolTipChanged(tip); }
   void showHelp(TextView file, TextView topic) override { inner_->showHelp(file, topic); }
+  void processEvents() override { inner_->processEvents(); }
 
   // Every later yes/no question gets `answer` (mb::Yes or mb::No) without being shown.
   void answerQuestions(int32_t answer) { answer_ = answer; }

@@ -180,7 +180,7 @@ int waitPumpingEvents(Child& child, std::string& printed) {
       status = -1;
       break;
     }
-    pumpHostEvents();
+    processEvents();
     if (outputOpen) {
       pollfd p{child.output, POLLIN, 0};
       ::poll(&p, 1, kPumpTickMs);

@@ -71,6 +71,8 @@ void DialogBackend::toolTipChanged(const ToolTipWindow&) {}
 
 void DialogBackend::showHelp(TextView, TextView) {}
 
+void DialogBackend::processEvents() {}
+
 // The record of one scripted form; it has its own lock, since the form may outlive the backend.
 class ScriptedDialogs::ScriptedWindow : public TextWindow {
  public:
