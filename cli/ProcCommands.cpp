@@ -11,6 +11,7 @@
 #include "platform/ProcessAccess.h"
 #include "platform/ProcessMaps.h"
 #include "process/AddressText.h"
+#include "process/ProcessEnumeration.h"
 
 namespace zrk::cli {
 namespace {
@@ -99,10 +100,10 @@ int list(Context& c) {
 int find(Context& c) {
   Text path = pathArg(c, 0, "PATH");
   if (path.empty()) throw UsageError{"PATH is empty"};
-  Variant id = c.kvn.GetRunningProcesses(&path);
-  if (id.isEmpty()) return 1;
-  printValue(id.toText());
-  return 0;
+  std::vector<int32_t> ids = process::processIdsNamed(path);
+  for (int32_t id : ids)
+    printValue(decimal(id));
+  return ids.empty() ? 1 : 0;
 }
 
 int running(Context& c) {
@@ -161,9 +162,9 @@ int symbol(Context& c) {
 }
 
 const CommandRegistrar kProc{
-    {"proc", "list", "", "list the executables of the running processes", list},
-    {"proc", "find", "PATH", "print the id of the process running the executable PATH", find},
-    {"proc", "running", "PID", "tell whether process PID runs", running},
+    {"proc", "list", "", "list the executables of the running processes of every user", list},
+    {"proc", "find", "PATH", "print the id of every process running the executable PATH", find},
+    {"proc", "running", "PID", "tell whether process PID runs, whoever runs it", running},
     {"proc", "read-str", "PID ADDRESS",
      "print the string at ADDRESS (0x hex or decimal, 64 bits) in process PID", readStr},
     {"proc", "read-long", "PID ADDRESS",

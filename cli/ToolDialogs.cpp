@@ -6,6 +6,7 @@
 
 #include "cli/Command.h"
 #include "core/mdlKVN.h"
+#include "platform/DesktopDialogs.h"
 
 namespace zrk::cli {
 
@@ -20,6 +21,10 @@ int32_t ToolDialogs::messageBox(TextView text, int32_t buttons, TextView title) 
                toUtf8(function).c_str());
   failed_ = true;
   return platform::mb::OK;
+}
+
+bool ToolDialogs::showsWindows() const {
+  return dynamic_cast<const platform::DesktopDialogs*>(inner_.get()) != nullptr;
 }
 
 ToolDialogs& toolDialogs() {

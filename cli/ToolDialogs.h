@@ -22,6 +22,11 @@ class ToolDialogs : public platform::DialogBackend {
   }
   void toolTipChanged(const platform::ToolTipWindow& tip) override { inner_->toolTipChanged(tip); }
   void showHelp(TextView file, TextView topic) override { inner_->showHelp(file, topic); }
+  void processEvents() override { inner_->processEvents(); }
+
+  // Whether its forms are windows on the desktop, which stay until the user closes them (unlike
+  // the terminal's, which are printed once).
+  bool showsWindows() const;
 
   // Every later yes/no question gets `answer` (mb::Yes or mb::No) without being shown.
   void answerQuestions(int32_t answer) { answer_ = answer; }

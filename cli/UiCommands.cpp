@@ -7,9 +7,10 @@
 #include <string>
 
 #include "cli/Command.h"
+#include "cli/ToolDialogs.h"
 #include "core/mdlKVN.h"
 #include "platform/Clock.h"
-#include "platform/DesktopDialogs.h"
+#include "platform/Dialogs.h"
 #include "ui/frmUpdWarn.h"
 
 namespace zrk::cli {
@@ -35,9 +36,10 @@ int msgbox(Context& c) {
   return 0;
 }
 
-// While the desktop shows the warning, the tool stays until the user closes it.
+// While the desktop shows the warning, the tool stays until the user closes it: the window ends
+// with the tool.
 void waitWhileShown() {
-  if (!dynamic_cast<platform::DesktopDialogs*>(platform::dialogBackend().get())) return;
+  if (!toolDialogs().showsWindows()) return;
   auto form = mdlKVN::state().UpdWarn;
   while (form && form->Visible())
     platform::sleepMs(200);

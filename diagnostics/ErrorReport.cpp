@@ -102,12 +102,12 @@ void waitForAnswer(frmKVL& form) {
   WaitBudget wait;
   while (form.inetKVL.StillExecuting()) {
     if (!wait.tick()) break;
-    platform::pumpHostEvents();
+    platform::processEvents();
   }
   // An answer past the control's limit never arrives: nothing is left to wait for.
   while (!form.ResponseRecieved && !form.inetKVL.answerOverLimit()) {
     if (!wait.tick()) break;
-    platform::pumpHostEvents();
+    platform::processEvents();
   }
 }
 
@@ -155,7 +155,8 @@ bool clsKVN::SendErrorReport(Variant& RepDat) {
       frame.line(6);
       Text record = diagnostics::joinReportFields(f);
       frame.line(7);
-      diagnostics::frmKVL& form = diagnostics::KVL();
+      diagnostics::FormHold hold;
+      diagnostics::frmKVL& form = hold.form();
       form.ResponseRecieved = false;
       frame.line(8);
       form.inetKVL.Execute(diagnostics::reportUrl(), u"POST", u"Report=" + record,

@@ -27,4 +27,14 @@ frmKVL& KVL() {
   return *s.KVL;
 }
 
+FormHold::FormHold() {
+  frmKVL& shared = KVL();
+  form_ = shared.held ? std::make_shared<frmKVL>() : mdlKVN::state().KVL;
+  form_->held = true;
+}
+
+FormHold::~FormHold() {
+  form_->held = false;
+}
+
 }  // namespace zrk::diagnostics

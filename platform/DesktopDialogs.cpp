@@ -169,7 +169,7 @@ int run(const std::vector<std::string>& args, std::string* printed) {
 // Waits for a child that shows a window while the thread's events go on, as a modal window's
 // message loop keeps them going: each round runs one pass of them, then waits up to one tick for
 // the child to print or end. Gives the exit status and collects what the child printed.
-int waitPumpingEvents(Child& child, std::string& printed) {
+int waitRunningEvents(Child& child, std::string& printed) {
   ::fcntl(child.output, F_SETFL, ::fcntl(child.output, F_GETFL) | O_NONBLOCK);
   bool outputOpen = true;
   int status = 0;
@@ -180,7 +180,7 @@ int waitPumpingEvents(Child& child, std::string& printed) {
       status = -1;
       break;
     }
-    pumpHostEvents();
+    processEvents();
     if (outputOpen) {
       pollfd p{child.output, POLLIN, 0};
       ::poll(&p, 1, kPumpTickMs);
@@ -405,7 +405,7 @@ int32_t DesktopDialogs::messageBox(TextView text, int32_t buttons, TextView titl
   std::string printed;
   int status = -1;
   Child child = spawn(messageBoxArguments(text, buttons, title), false, Capture::OutputAndErrors);
-  if (child.pid >= 0) status = waitPumpingEvents(child, printed);
+  if (child.pid >= 0) status = waitRunningEvents(child, printed);
   // zenity ends with 1 after a button of its own or a close. Any other status, or a display it
   // could not open, means that it showed nothing.
   bool shown =

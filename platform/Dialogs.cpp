@@ -4,13 +4,16 @@
 
 #include "platform/DesktopDialogs.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstdio>
-#include <iostream>
 #include <string>
+
+#include "platform/EventPump.h"
 
 namespace zrk::platform {
 
@@ -70,6 +73,8 @@ std::shared_ptr<TextWindow> DialogBackend::showTextWindow(const FormLayout&, Tex
 void DialogBackend::toolTipChanged(const ToolTipWindow&) {}
 
 void DialogBackend::showHelp(TextView, TextView) {}
+
+void DialogBackend::processEvents() {}
 
 // The record of one scripted form; it has its own lock, since the form may outlive the backend.
 class ScriptedDialogs::ScriptedWindow : public TextWindow {
@@ -190,6 +195,28 @@ std::string questionOf(TextView text) {
   return it == lines.rend() ? std::string() : toUtf8(*it);
 }
 
+// Reads one line typed on the terminal. While none has come, runs one pass of the thread's
+// events about every 10 ms, as a message box's own loop would. False once the input has ended.
+bool readAnswerLine(std::string& line) {
+  constexpr int kTickMs = 10;
+  line.clear();
+  for (;;) {
+    pollfd p{STDIN_FILENO, POLLIN, 0};
+    int ready = ::poll(&p, 1, kTickMs);
+    if (ready == 0) {
+      platform::processEvents();
+      continue;
+    }
+    if (ready < 0 && errno != EINTR) return false;
+    char c;
+    ssize_t n = ready < 0 ? -1 : ::read(STDIN_FILENO, &c, 1);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return !line.empty();
+    if (c == '\n') return true;
+    line += c;
+  }
+}
+
 // Takes the safe answer for a question nobody can answer, and says so in one line.
 int32_t answerUnattended(TextView text, int32_t buttons, TextView title, const char* why) {
   int32_t a = safeAnswer(buttons);
@@ -217,7 +244,7 @@ int32_t TerminalDialogs::messageBox(TextView text, int32_t buttons, TextView tit
     }
     std::fprintf(stderr, "? ");
     std::string line;
-    if (!std::getline(std::cin, line)) {
+    if (!readAnswerLine(line)) {
       std::fprintf(stderr, "\n");
       return answerUnattended(text, buttons, title, "as the input has ended");
     }

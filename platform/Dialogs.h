@@ -68,8 +68,9 @@ class ScriptedDialogs : public DialogBackend {
   std::vector<Help> help_;
 };
 
-// Prints the dialog to standard error and reads the answer from the terminal. Without a terminal,
-// or once its input has ended, it takes the safe answer and says so in one line.
+// Prints the dialog to standard error and reads the answer from the terminal, running the
+// thread's events while it waits. Without a terminal, or once its input has ended, it takes the
+// safe answer and says so in one line.
 class TerminalDialogs : public DialogBackend {
  public:
   int32_t messageBox(TextView text, int32_t buttons, TextView title) override;

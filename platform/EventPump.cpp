@@ -1,6 +1,7 @@
 // The counted pass of the thread's event processing.
 #include "platform/EventPump.h"
 
+#include <zrkKVL/DialogBackend.h>
 #include "platform/WebTransfer.h"
 
 namespace zrk::platform {
@@ -15,9 +16,10 @@ struct DepthScope {
 
 }  // namespace
 
-void pumpHostEvents() {
+void processEvents() {
   DepthScope scope;
-  processEvents();
+  runTransfers();
+  dialogBackend()->processEvents();
 }
 
 int hostEventDepth() {

@@ -1,14 +1,15 @@
-// The thread's event processing as the library runs it while it waits (a dialog open, an answer
-// awaited): what runs in such a pass is the host's code, and a call of the library that arrives
-// there is a call of its own.
+// One pass of the thread's event processing, as the library runs it on each round of its waits
+// (a report awaited, a message box open): the library's own transfers move on, then the host's
+// pending events run. What runs in such a pass is the host's code, and a call of the library that
+// arrives there is a call of its own.
 #pragma once
 
 namespace zrk::platform {
 
-// One pass of this thread's pending events (platform::processEvents), counted as host code.
-void pumpHostEvents();
+// One pass: this thread's transfers, then the dialog backend's processEvents (the host's events).
+void processEvents();
 
-// How many passes of pumpHostEvents enclose the code now running on this thread.
+// How many passes of processEvents enclose the code now running on this thread.
 int hostEventDepth();
 
 }  // namespace zrk::platform

@@ -1,5 +1,6 @@
-// The process table read from /proc: ids from the directory, names from each process's
-// executable link, and the snapshot as a list taken at one moment.
+// The process table read from /proc: ids from the directory, names as far as the caller may read
+// them, and the snapshot as a list taken at one moment. Every account sees every process here;
+// only the executable's link is kept to those who may read the process's memory.
 #include "platform/ProcessList.h"
 
 #include <dirent.h>
@@ -7,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstring>
 #include <mutex>
 #include <string>
@@ -53,23 +55,57 @@ std::vector<uint32_t> processIds() {
   return ids;
 }
 
-// The short name the kernel keeps for a process, for those whose executable we can't see.
-std::string commandName(uint32_t pid) {
-  std::string path = "/proc/" + std::to_string(pid) + "/comm";
+// Up to `limit` bytes of a /proc file of `pid`, or empty.
+std::string procFile(uint32_t pid, const char* leaf, size_t limit) {
+  std::string path = "/proc/" + std::to_string(pid) + "/" + leaf;
   int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) return {};
-  char buf[64];
-  ssize_t n = ::read(fd, buf, sizeof buf);
+  std::string bytes(limit, '\0');
+  ssize_t n = ::read(fd, bytes.data(), limit);
   ::close(fd);
-  std::string name(buf, size_t(std::max<ssize_t>(n, 0)));
+  bytes.resize(size_t(std::max<ssize_t>(n, 0)));
+  return bytes;
+}
+
+// The short name the kernel keeps for a process (the executable's file name cut to 15 bytes,
+// unless the process renamed itself).
+std::string commandName(uint32_t pid) {
+  std::string name = procFile(pid, "comm", 64);
   if (!name.empty() && name.back() == '\n') name.pop_back();
   return name;
 }
 
-std::string fileNameOf(uint32_t pid) {
+std::string fileNameOf(const std::string& path) {
+  return path.substr(path.rfind('/') + 1);
+}
+
+// What a process is called where its executable's link is hidden from us: the program it was
+// started as (the first argument of its command line, when its file name begins with the short
+// name, so that a process that rewrote its command line is not taken at its word), else the
+// short name. Empty for a kernel thread or a process that has ended: they have no command line.
+std::string startedAs(uint32_t pid) {
+  std::string argv0 = procFile(pid, "cmdline", PATH_MAX);
+  argv0.resize(std::min(argv0.size(), argv0.find('\0')));
+  if (argv0.empty()) return {};
+  std::string comm = commandName(pid);
+  return fileNameOf(argv0).starts_with(comm) ? argv0 : comm;
+}
+
+// A snapshot entry's name: the executable's file name, else that of the program it was started
+// as, else the kernel's short name (a kernel thread's).
+std::string snapshotName(uint32_t pid) {
   std::string exe = executableOf(pid);
-  if (exe.empty()) return commandName(pid);
-  return exe.substr(exe.rfind('/') + 1);
+  if (!exe.empty()) return fileNameOf(exe);
+  std::string started = startedAs(pid);
+  return started.empty() ? commandName(pid) : fileNameOf(started);
+}
+
+// A process's first module name: its executable's full path where we may read it, else what it
+// was started as; empty for a process without a program (a kernel thread).
+std::string moduleName(ProcessObject& p) {
+  if (!p.executable().empty()) return p.executable();
+  std::string started = startedAs(p.pid);
+  return p.alive() ? started : std::string();  // else the id may already be another process's
 }
 
 int32_t deliver(HANDLE snapshot, PROCESSENTRY32& entry, bool first) {
@@ -115,8 +151,7 @@ void setEnumProcesses(std::function<int32_t(uint32_t*, uint32_t, uint32_t&)> fn)
 
 int32_t EnumProcessModules(HANDLE process, uint32_t* modules, uint32_t cb, uint32_t& needed) {
   auto p = HandleTable::instance().get<ProcessObject>(process);
-  constexpr uint32_t kNeeded = PROCESS_QUERY_INFORMATION | PROCESS_VM_READ;
-  if (!p || (p->access & kNeeded) != kNeeded || p->executable().empty()) return 0;
+  if (!p || !(p->access & PROCESS_QUERY_INFORMATION) || moduleName(*p).empty()) return 0;
   needed = 4;
   if (cb >= 4) modules[0] = kExecutableModule;
   return 1;
@@ -125,10 +160,10 @@ int32_t EnumProcessModules(HANDLE process, uint32_t* modules, uint32_t cb, uint3
 uint32_t GetModuleFileNameExA(HANDLE process, uint32_t module, char* buffer, uint32_t size) {
   auto p = HandleTable::instance().get<ProcessObject>(process);
   if (!p || (module != kExecutableModule && module != 0) || size == 0) return 0;
-  const std::string& exe = p->executable();
-  if (exe.empty()) return 0;
-  size_t n = std::min<size_t>(exe.size(), size - 1);  // a longer path is cut to fit the NUL
-  std::memcpy(buffer, exe.data(), n);
+  std::string name = moduleName(*p);
+  if (name.empty()) return 0;
+  size_t n = std::min<size_t>(name.size(), size - 1);  // a longer path is cut to fit the NUL
+  std::memcpy(buffer, name.data(), n);
   buffer[n] = '\0';
   return uint32_t(n);
 }
@@ -137,7 +172,7 @@ HANDLE CreateToolhelp32Snapshot(uint32_t flags, uint32_t) {
   if (!(flags & TH32CS_SNAPPROCESS)) return kInvalidHandle;
   auto s = std::make_shared<SnapshotObject>();
   for (uint32_t pid : processIds()) {
-    std::string name = fileNameOf(pid);
+    std::string name = snapshotName(pid);
     if (!name.empty()) s->entries.push_back({pid, std::move(name)});  // empty: it has ended
   }
   return HandleTable::instance().add(std::move(s));

@@ -30,15 +30,20 @@ static_assert(sizeof(PROCESSENTRY32) == 296);
 // Fills `ids` with up to cb / 4 process ids and sets `needed` to the bytes filled. Non-zero on
 // success.
 int32_t EnumProcesses(uint32_t* ids, uint32_t cb, uint32_t& needed);
-// The module handles of a process opened with query and read rights, the executable's first;
-// at most cb / 4 of them. `needed` gets the bytes all of them take. Non-zero on success; 0 for a
-// process without an executable (a kernel thread) or one whose executable is hidden from us.
+// The module handles of a process opened with the query right, the executable's first; at most
+// cb / 4 of them. `needed` gets the bytes all of them take. Non-zero on success; 0 for a process
+// without a program (a kernel thread, or one that has ended).
 int32_t EnumProcessModules(HANDLE process, uint32_t* modules, uint32_t cb, uint32_t& needed);
-// The full path of a module's file in `buffer` (bytes, NUL-ended when there is room), at most
-// `size` bytes with the NUL. Gives the bytes written without the NUL, 0 on failure.
+// The name of a module's file in `buffer` (bytes, NUL-ended when there is room), at most `size`
+// bytes with the NUL: the executable's full path where the caller may read it (the system shows
+// it to those who may read the process's memory), else the program as the process was started
+// (the first argument of its command line, when its file name begins with the kernel's short
+// name), else that short name. Gives the bytes written without the NUL, 0 on failure.
 uint32_t GetModuleFileNameExA(HANDLE process, uint32_t module, char* buffer, uint32_t size);
 
-// A picture of the process table at this moment; 0xFFFFFFFF (invalid) for other kinds.
+// A picture of the process table at this moment, every account's processes, each named by the
+// file name of what GetModuleFileNameExA gives (a kernel thread by its short name);
+// 0xFFFFFFFF (invalid) for other kinds.
 HANDLE CreateToolhelp32Snapshot(uint32_t flags, uint32_t pid);
 // The first and the next entry of a snapshot; `entry.dwSize` must be 296. Non-zero while an
 // entry was delivered, 0 at the end.

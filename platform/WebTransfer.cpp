@@ -79,7 +79,7 @@ const CurlApi* curl() {
   return it->second ? &*it->second : nullptr;
 }
 
-// The transfers owned by this thread, for its event pump. At thread exit the list may go before
+// The transfers owned by this thread, for its event pass. At thread exit the list may go before
 // a transfer held by other thread-local state; the flag (trivial, so it outlives the list) tells
 // such a transfer that there is nothing left to leave.
 thread_local bool tTransfersGone = false;
@@ -88,13 +88,10 @@ struct TransferList : std::vector<WebTransfer*> {
 };
 thread_local TransferList tTransfers;
 
-std::mutex gPumpMutex;
-std::function<void()> gPump;
-
 }  // namespace
 
 struct WebTransfer::Impl {
-  const CurlApi* api = nullptr;  // set by the first request that finds libcurl
+  const CurlApi* api = nullptr;
   CURLM* multi = nullptr;
   CURL* easy = nullptr;
   curl_slist* headers = nullptr;
@@ -118,16 +115,6 @@ struct WebTransfer::Impl {
     return n;
   }
 
-  // Prepares libcurl for a request: false when it cannot be loaded.
-  bool ready() {
-    if (multi) return true;
-    api = curl();
-    if (!api) return false;
-    multi = api->multi_init();
-    if (!multi) throw Failure(err::OutOfMemory);
-    return true;
-  }
-
   void endRequest() {
     if (easy) {
       api->multi_remove_handle(multi, easy);
@@ -147,12 +134,16 @@ struct WebTransfer::Impl {
 };
 
 WebTransfer::WebTransfer() : impl_(std::make_unique<Impl>()) {
+  impl_->api = curl();
+  if (!impl_->api) throw Failure(err::CantCreateObject);
+  impl_->multi = impl_->api->multi_init();
+  if (!impl_->multi) throw Failure(err::OutOfMemory);
   tTransfers.push_back(this);
 }
 
 WebTransfer::~WebTransfer() {
   impl_->endRequest();
-  if (impl_->multi) impl_->api->multi_cleanup(impl_->multi);
+  impl_->api->multi_cleanup(impl_->multi);
   if (!tTransfersGone)
     tTransfers.erase(std::remove(tTransfers.begin(), tTransfers.end(), this), tTransfers.end());
 }
@@ -166,11 +157,6 @@ void WebTransfer::Execute(TextView url, TextView operation, TextView inputData,
   m.answerOverLimit = false;
   m.read = 0;
   m.stateChanges.clear();
-  // Without libcurl the request ends as one that no server took.
-  if (!m.ready()) {
-    m.stateChanges.push_back(icError);
-    return;
-  }
   const CurlApi& api = *m.api;
   m.easy = api.easy_init();
   if (!m.easy) throw Failure(err::OutOfMemory);
@@ -247,7 +233,7 @@ void WebTransfer::deliverStateChanges() {
   }
 }
 
-void runPendingEvents() {
+void runTransfers() {
   std::vector<WebTransfer*> transfers = tTransfers;
   for (WebTransfer* t : transfers)
     t->perform();
@@ -257,21 +243,6 @@ void runPendingEvents() {
       t->deliverStateChanges();
     }
   }
-}
-
-void processEvents() {
-  std::function<void()> pump;
-  {
-    std::lock_guard lock(gPumpMutex);
-    pump = gPump;
-  }
-  if (pump) return pump();
-  runPendingEvents();
-}
-
-void setEventPump(std::function<void()> pump) {
-  std::lock_guard lock(gPumpMutex);
-  gPump = std::move(pump);
 }
 
 void overrideTransferLibrary(std::string file) {

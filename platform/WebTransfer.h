@@ -1,6 +1,7 @@
 // Stand-in for the web-transfer control: one HTTP request at a time, run by libcurl's multi
-// interface on the caller's thread, with its state changes delivered by the thread's event pump.
-// An answer is kept up to kAnswerLimit characters; a longer one ends the transfer in error.
+// interface on the caller's thread, with its state changes delivered by the thread's event pass
+// (EventPump.h). An answer is kept up to kAnswerLimit characters; a longer one ends the transfer
+// in error.
 #pragma once
 
 #include <cstddef>
@@ -24,17 +25,18 @@ class WebTransfer {
   // The longest answer kept: far more than any answer the library reads.
   static constexpr size_t kAnswerLimit = 64 * 1024;
 
+  // The first control made loads libcurl, once for the process. Failure 429 (a component that
+  // cannot be created) where it cannot be loaded.
   WebTransfer();
   ~WebTransfer();
   WebTransfer(const WebTransfer&) = delete;
   WebTransfer& operator=(const WebTransfer&) = delete;
 
-  // Raised from the event pump, on the thread that owns the transfer.
+  // Raised from the event pass, on the thread that owns the transfer.
   std::function<void(int16_t state)> StateChanged;
 
   // Starts the request and returns at once. Texts go out through the ANSI code page; the headers
   // are lines separated by CR LF. Failure 35764 while a request runs, 7 when none can be made.
-  // Without libcurl the request ends in the error state, as one that no server took.
   void Execute(TextView url, TextView operation, TextView inputData, TextView inputHeaders);
   // True from Execute until the transfer has ended (answered, failed or cancelled).
   bool StillExecuting();
@@ -46,7 +48,7 @@ class WebTransfer {
   // Ends the request and drops its undelivered state changes.
   void Cancel();
 
-  // Moves the transfer on without blocking; called by the event pump.
+  // Moves the transfer on without blocking; called by the event pass.
   void perform();
   // Raises the state changes queued since the last call.
   void deliverStateChanges();
@@ -56,12 +58,9 @@ class WebTransfer {
   std::unique_ptr<Impl> impl_;
 };
 
-// One pass over this thread's pending events: runs its transfers and delivers their state changes.
-void processEvents();
-// The real pass, for a replacement pump that wraps it.
-void runPendingEvents();
-// Test seam: replaces the pump (an empty function restores the real one).
-void setEventPump(std::function<void()> pump);
+// Moves this thread's transfers on and delivers their state changes: the transfers' share of one
+// pass of events.
+void runTransfers();
 
 // Test seam: the libcurl file to load at the next first need (empty: the usual one).
 void overrideTransferLibrary(std::string file);

@@ -19,7 +19,9 @@ namespace {
 
 using platform::HANDLE;
 
-constexpr uint32_t kQueryAndRead = platform::PROCESS_QUERY_INFORMATION | platform::PROCESS_VM_READ;
+// Every account may see every process and its name, so a process is opened with the query right
+// alone: asking to read its memory as well would leave out the processes of other accounts.
+constexpr uint32_t kQuery = platform::PROCESS_QUERY_INFORMATION;
 constexpr int32_t kSnapshotStrategy = 1, kModuleStrategy = 2;
 constexpr uint32_t kModuleArrayBytes = 200;
 constexpr size_t kNameBufferSize = platform::MAX_PATH;
@@ -44,8 +46,8 @@ int32_t doubled(int32_t n) {
   return n * 2;
 }
 
-// The executable's path of an open process from its first module, or nothing when the process
-// shows no modules to us.
+// The name of an open process's first module (its executable's path where we may read it), or
+// nothing when the process shows no modules.
 std::optional<Text> firstModuleName(HANDLE process) {
   std::array<uint32_t, 200> modules{};  // indexes 1 to 200
   uint32_t count = 0;
@@ -77,6 +79,32 @@ size_t lengthOf(const Variant& v) {
   return v.isEmpty() ? 0 : v.toText().size();
 }
 
+// Gives each process's name and id to `visit`, by the strategy `platformId` selects, in the
+// platform's order; a name of the module strategy is a full path, of the snapshot a file name.
+// Any other id selects neither. `frame` (may be null) is told the step under way.
+template <class Visit>
+void walkProcesses(int32_t platformId, MethodFrame* frame, Visit&& visit) {
+  auto line = [frame](int32_t n) {
+    if (frame) frame->line(n);
+  };
+  if (platformId == kModuleStrategy) {
+    line(2);
+    std::vector<uint32_t> ids = process::runningProcessIds();
+    line(3);
+    for (uint32_t id : ids) {
+      ScopedHandle h(platform::OpenProcess(kQuery, 0, id));
+      if (!h.get()) continue;
+      if (std::optional<Text> name = firstModuleName(h.get())) visit(std::move(*name), id);
+    }
+  } else if (platformId == kSnapshotStrategy) {
+    line(2);
+    walkSnapshot([&](const platform::PROCESSENTRY32& entry) {
+      visit(processName(entry), entry.th32ProcessID);
+      return false;
+    });
+  }
+}
+
 }  // namespace
 
 namespace process {
@@ -92,6 +120,14 @@ std::vector<uint32_t> runningProcessIds() {
   }
   size_t count = needed / 4;
   return std::vector<uint32_t>(ids.begin() + 1, ids.begin() + 1 + long(count));
+}
+
+std::vector<int32_t> processIdsNamed(TextView name) {
+  std::vector<int32_t> ids;
+  walkProcesses(diagnostics::GetPlatformId(), nullptr, [&](const Text& found, uint32_t id) {
+    if (found == name) ids.push_back(int32_t(id));
+  });
+  return ids;
 }
 
 void appendToResultList(VariantArray& list, Text name) {
@@ -112,7 +148,7 @@ bool clsKVN::ProcessRunning(int32_t PROC_ID) {
       std::vector<uint32_t> ids = process::runningProcessIds();
       frame.line(2);
       for (uint32_t id : ids) {
-        ScopedHandle h(platform::OpenProcess(kQueryAndRead, 0, id));
+        ScopedHandle h(platform::OpenProcess(kQuery, 0, id));
         if (h.get() && id == wanted) {
           result = true;
           return;
@@ -139,30 +175,13 @@ Variant clsKVN::GetRunningProcesses(Text* ProcName) {
     VariantArray list;
     list.items.assign(1, Variant());
     std::optional<int32_t> found;
-    auto take = [&](Text name, uint32_t id) {
+    walkProcesses(diagnostics::GetPlatformId(), &frame, [&](Text name, uint32_t id) {
       if (!byName) {
         process::appendToResultList(list, std::move(name));
       } else if (name == wanted) {
         found = int32_t(id);  // of several matches the last one stands
       }
-    };
-    int32_t platformId = diagnostics::GetPlatformId();
-    if (platformId == kModuleStrategy) {
-      frame.line(2);
-      std::vector<uint32_t> ids = process::runningProcessIds();
-      frame.line(3);
-      for (uint32_t id : ids) {
-        ScopedHandle h(platform::OpenProcess(kQueryAndRead, 0, id));
-        if (!h.get()) continue;
-        if (std::optional<Text> name = firstModuleName(h.get())) take(std::move(*name), id);
-      }
-    } else if (platformId == kSnapshotStrategy) {
-      frame.line(2);
-      walkSnapshot([&](const platform::PROCESSENTRY32& entry) {
-        take(processName(entry), entry.th32ProcessID);
-        return false;
-      });
-    }
+    });
     frame.line(4);
     result = byName ? (found ? Variant(*found) : Variant()) : Variant(std::move(list));
   });

@@ -14,6 +14,11 @@ namespace zrk::process {
 // a call leaves room in it.
 std::vector<uint32_t> runningProcessIds();
 
+// The ids of every process whose name is `name` in every character, as GetRunningProcesses
+// names them, in the platform's order; that operation gives the last of them alone. Failures
+// reach the caller.
+std::vector<int32_t> processIdsNamed(TextView name);
+
 // Appends `name` to the result list: an empty last element is overwritten, otherwise the list
 // grows by one.
 void appendToResultList(VariantArray& list, Text name);

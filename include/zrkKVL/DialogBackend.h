@@ -83,6 +83,12 @@ class ZRK_API DialogBackend {
   // Opens topic `topic` of the help file `file`; shows nothing when either is missing. The
   // default does nothing.
   virtual void showHelp(TextView file, TextView topic);
+  // Runs the host's pending events once, without blocking: the library calls it on each round of
+  // its waits (about every 10 ms while a report is awaited or a built-in message box is open), on
+  // the thread that waits, so that the host's timers and its own calls go on meanwhile. A call of
+  // the library made from here is a call of its own: a failure in it is logged and gets its own
+  // dialog and report. The default does nothing.
+  virtual void processEvents();
 };
 
 // The backend in use. Until a host sets another: the desktop one when a display and its dialog

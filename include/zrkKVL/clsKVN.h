@@ -182,11 +182,13 @@ class ZRK_API clsKVN : public Dispatch {
   // or its dynamic symbols when stripped). 0 when the handle reads nothing or there is none.
   // Throws.
   int64_t GetSymbolAddress(int32_t pHwnd, Text ModuleName, Text SymbolName);
-  // Whether process PROC_ID runs. Reports and gives false.
+  // Whether process PROC_ID exists, whoever runs it. Reports and gives false.
   bool ProcessRunning(int32_t PROC_ID);
-  // Without ProcName: the full executable paths of the running processes (from /proc). With it
-  // (by reference, read only): the id of the process running that executable, empty if none.
-  // Reports.
+  // Without ProcName: the running processes of every account (from /proc), each by its
+  // executable's full path where the caller may read it (as for its memory), else by the program
+  // as it was started (the first argument of its command line, when that names the program the
+  // kernel knows it by), else by the kernel's short name. With ProcName (by reference, read only):
+  // the id of the process of that name, the last if several, empty if none. Reports.
   Variant GetRunningProcesses(Text* ProcName = nullptr);
 
   // Diagnostics.
@@ -196,7 +198,9 @@ class ZRK_API clsKVN : public Dispatch {
   // Appends a failure record to ROOT/ErrorLog.txt. Throws.
   void LogError(Text ErrLoc, Text ErrFunc, FailureInfo ErrObj, int32_t ErrLine);
   // Posts the report RepDat (an array: number, description, version, function, flag, line; by
-  // reference, unchanged) over HTTP to the report host; false when it was not sent. Reports.
+  // reference, unchanged) over HTTP to the report host and waits up to 50 s for the answer,
+  // running the host's events meanwhile (DialogBackend::processEvents); false when it was not
+  // sent. Without libcurl: false at once, nothing logged or shown. Reports.
   bool SendErrorReport(Variant& RepDat);
   // Builds the system description (product from /etc/os-release and uname, processor, memory,
   // graphics adapter) that logs and reports carry, and gives it. Steps over.

@@ -2,7 +2,6 @@
 #include "core/MethodFrame.h"
 #include "core/mdlKVN.h"
 #include "platform/EventPump.h"
-#include "platform/WebTransfer.h"
 #include "support/TestSupport.h"
 
 namespace zrk::test {
@@ -131,19 +130,21 @@ TEST_F(FailureReport, AFailingReportGetsItsOwnDialogThenFailed) {
 // A report whose wait runs the host's events, as the real one does.
 Variant pumpingReport(clsKVN&, Dispatch::CallKind, std::vector<Variant>&) {
   ++seen.reports;
-  platform::pumpHostEvents();
+  platform::processEvents();
   return Variant(true);
 }
 
 TEST_F(FailureReport, ACallArrivingThroughTheHostsEventsIsHandledInFull) {
   CallStandIn pumping(u"SendErrorReport", pumpingReport);
   setReportErrors(u"1");
+  auto host = std::make_shared<WithHostEvents<platform::ScriptedDialogs>>();
   int arrived = 0;
-  platform::setEventPump([&] {
+  host->onEvents = [&] {
     if (arrived++ == 0) mdlKVN::HandleFailure(u"Inner", {5, u"Invalid procedure call"}, 3);
-  });
+  };
+  dialogs = host;
+  platform::setDialogBackend(host);
   mdlKVN::HandleFailure(u"Outer", {53, u"File not found"}, 1);
-  platform::setEventPump({});
   auto shown = dialogs->shown();
   ASSERT_EQ(shown.size(), 2u);
   EXPECT_NE(shown[0].text.find(u"Function/Sub: Inner\r\n\r\nError Report Sent: Yes"), Text::npos)

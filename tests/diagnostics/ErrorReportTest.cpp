@@ -4,6 +4,7 @@
 
 #include <elf.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -162,7 +163,7 @@ TEST(ElfSoname, ByteOrderAndClass) {
   elf.replace(0, 6,
               "\x7f"
               "ELF\x01\x02");
-  put(6, 1, 1);        // the ELF version, in the identification and the header
+  put(6, 1, 1);  // the ELF version, in the identification and the header
   put(0x14, 1, 4);
   put(0x20, 0x80, 4);  // section headers
   put(0x2E, 40, 2);
@@ -285,18 +286,71 @@ TEST_F(ReportTest, AnswerAtTheLimit) {
   }
 }
 
-// Without libcurl the request fails as one no server took: the wait runs out, the report fails.
-TEST_F(ReportTest, MissingTransferLibraryFailsTheReport) {
+// Without libcurl the control cannot be made: at once, unseen, unlogged, the report fails; the
+// failure that sent it says so in its own dialog.
+TEST_F(ReportTest, MissingTransferLibraryIsAControlThatCannotBeMade) {
   HttpTestServer server({"true"});
   useHost(server.host());
+  reportErrors("1");
   platform::overrideTransferLibrary("libcurl-missing.so.4");
   fakeSleep();
   bool sent = send();
+  makeUnopenableFile(root / "a.txt");
+  EXPECT_TRUE(kvn->ReadFile(root.text("a.txt")).isEmpty());
   platform::overrideTransferLibrary("");
   EXPECT_FALSE(sent);
-  EXPECT_EQ(sleeps, 5000);
+  EXPECT_EQ(sleeps, 0) << "no wait";
   EXPECT_TRUE(server.requests().empty());
-  EXPECT_NE(lastDialog().find(u"Error 13: Type mismatch"), Text::npos);
+  auto shown = dialogs->shown();
+  ASSERT_EQ(shown.size(), 1u) << "only the dialog of the failure that sent the report";
+  EXPECT_NE(shown[0].text.find(u"Function/Sub: ReadFile\r\n\r\nError Report Sent: Failed!"),
+            Text::npos);
+  std::string log = errorLog();
+  EXPECT_EQ(count(log, "ReadFile"), 1u) << log;
+  EXPECT_EQ(log.find("SendErrorReport"), std::string::npos) << log;
+}
+
+// A host's timer goes on while a report's answer takes two seconds, and a call its timer makes
+// that fails is a call of its own: logged, reported through a transfer of its own beside the one
+// under way, and shown in its own dialog; the first report still gets its answer.
+TEST_F(ReportTest, HostEventsRunDuringTheWait) {
+  auto server = HttpTestServer::delayed("true", 2000);
+  useHost(server->host());
+  reportErrors("1");
+  makeUnopenableFile(root / "timer.txt");
+  auto host = std::make_shared<WithHostEvents<platform::ScriptedDialogs>>();
+  dialogs = host;
+  platform::setDialogBackend(host);
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point start = Clock::now();
+  Clock::time_point nextTick = start + std::chrono::milliseconds(100);
+  int ticks = 0;
+  bool called = false;
+  host->onEvents = [&] {
+    if (Clock::now() < nextTick) return;
+    ++ticks;
+    nextTick += std::chrono::milliseconds(100);
+    if (ticks == 3 && !called) {
+      called = true;
+      EXPECT_TRUE(kvn->ReadFile(root.text("timer.txt")).isEmpty());
+    }
+  };
+  EXPECT_TRUE(send());
+  auto waited = Clock::now() - start;
+  EXPECT_GE(waited, std::chrono::milliseconds(2000));
+  EXPECT_TRUE(called);
+  EXPECT_GE(ticks, 18) << "the timer fired all through the wait";
+  auto requests = server->requests();
+  ASSERT_EQ(requests.size(), 2u);
+  EXPECT_NE(requests[0].body.find(kSep + "ReadFileToString" + kSep), std::string::npos);
+  EXPECT_NE(requests[1].body.find(kSep + "ReadFile" + kSep), std::string::npos);
+  auto shown = host->shown();
+  ASSERT_EQ(shown.size(), 1u);
+  EXPECT_NE(shown[0].text.find(u"Function/Sub: ReadFile\r\n\r\nError Report Sent: Yes"),
+            Text::npos);
+  EXPECT_NE(errorLog().find("timer.txt"), std::string::npos);
+  EXPECT_EQ(diagnostics::KVL().ResponseResult, u"true");
+  EXPECT_FALSE(diagnostics::KVL().held);
 }
 
 // The libraries an ELF file names as needed.

@@ -59,8 +59,14 @@ std::unique_ptr<HttpTestServer> HttpTestServer::flood(size_t limit) {
   return std::unique_ptr<HttpTestServer>(new HttpTestServer({}, Mode::Flood, limit));
 }
 
-HttpTestServer::HttpTestServer(std::vector<std::string> parts, Mode mode, size_t floodLimit)
-    : parts_(std::move(parts)), mode_(mode), floodLimit_(floodLimit) {
+std::unique_ptr<HttpTestServer> HttpTestServer::delayed(std::string answer, int delayMs) {
+  return std::unique_ptr<HttpTestServer>(
+      new HttpTestServer({std::move(answer)}, Mode::Delayed, 0, delayMs));
+}
+
+HttpTestServer::HttpTestServer(std::vector<std::string> parts, Mode mode, size_t floodLimit,
+                               int delayMs)
+    : parts_(std::move(parts)), mode_(mode), floodLimit_(floodLimit), delayMs_(delayMs) {
   listenFd_ = loopbackSocket(port_);
   ::listen(listenFd_, 8);
   thread_ = std::thread([this] { serve(); });
@@ -70,6 +76,8 @@ HttpTestServer::~HttpTestServer() {
   stop_ = true;
   thread_.join();
   for (int fd : held_)
+    ::close(fd);
+  for (auto& [fd, due] : delayed_)
     ::close(fd);
   ::close(listenFd_);
 }
@@ -97,10 +105,24 @@ int HttpTestServer::deadPort() {
 
 void HttpTestServer::serve() {
   while (!stop_) {
+    answerDue();
     pollfd p{listenFd_, POLLIN, 0};
-    if (::poll(&p, 1, 20) <= 0) continue;
+    if (::poll(&p, 1, 10) <= 0) continue;
     int fd = ::accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
     if (fd >= 0) handle(fd);
+  }
+}
+
+void HttpTestServer::answerDue() {
+  auto now = std::chrono::steady_clock::now();
+  for (auto it = delayed_.begin(); it != delayed_.end();) {
+    if (it->second > now) {
+      ++it;
+      continue;
+    }
+    answer(it->first);
+    ::close(it->first);
+    it = delayed_.erase(it);
   }
 }
 
@@ -130,6 +152,11 @@ void HttpTestServer::handle(int fd) {
   }
   if (mode_ == Mode::Silent) {
     held_.push_back(fd);
+    return;
+  }
+  if (mode_ == Mode::Delayed) {
+    delayed_.push_back(
+        {fd, std::chrono::steady_clock::now() + std::chrono::milliseconds(delayMs_)});
     return;
   }
   if (mode_ == Mode::Flood) {

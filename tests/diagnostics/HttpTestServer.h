@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -24,6 +25,9 @@ class HttpTestServer {
   explicit HttpTestServer(std::vector<std::string> answerParts);
   // Reads requests and never answers them.
   static std::unique_ptr<HttpTestServer> silent();
+  // Answers each request with `answer`, `delayMs` milliseconds after it came in; requests that
+  // come in meanwhile are read and answered each in its own time.
+  static std::unique_ptr<HttpTestServer> delayed(std::string answer, int delayMs);
   // Answers with a body of digits that ends only after `limit` bytes or when the client leaves.
   static std::unique_ptr<HttpTestServer> flood(size_t limit);
   ~HttpTestServer();
@@ -39,8 +43,10 @@ class HttpTestServer {
   size_t floodSent() const;
 
  private:
-  enum class Mode { Answer, Silent, Flood };
-  HttpTestServer(std::vector<std::string> parts, Mode mode, size_t floodLimit = 0);
+  enum class Mode { Answer, Silent, Flood, Delayed };
+  HttpTestServer(std::vector<std::string> parts, Mode mode, size_t floodLimit = 0, int delayMs = 0);
+  // Answers the delayed requests whose time has come.
+  void answerDue();
   void serve();
   void handle(int fd);
   void answer(int fd);
@@ -57,6 +63,8 @@ class HttpTestServer {
   mutable std::mutex mutex_;
   std::vector<HttpRequest> requests_;
   std::vector<int> held_;  // connections left unanswered
+  int delayMs_ = 0;
+  std::vector<std::pair<int, std::chrono::steady_clock::time_point>> delayed_;  // and when due
   std::thread thread_;
 };
 

@@ -10,7 +10,6 @@
 #include "HttpTestServer.h"
 #include "core/mdlKVN.h"
 #include "platform/DesktopDialogs.h"
-#include "platform/WebTransfer.h"
 #include "support/TestSupport.h"
 
 namespace zrk::test {
@@ -38,10 +37,9 @@ class ReentrantFailure : public LibraryTest {
     save("PATH", tools / "bin:" + std::string(std::getenv("PATH") ? std::getenv("PATH") : ""));
     save("DISPLAY", ":97");
     save("ZRK_DIALOG_LOG", tools / "dialogs.log");
-    platform::setDialogBackend(std::make_shared<platform::DesktopDialogs>());
+    platform::setDialogBackend(host);
   }
   void TearDown() override {
-    platform::setEventPump({});
     ::unsetenv("ZRKKVL_REPORT_HOST");
     for (auto it = saved.rbegin(); it != saved.rend(); ++it) {
       if (it->second) {
@@ -59,6 +57,8 @@ class ReentrantFailure : public LibraryTest {
   }
 
   TempDir tools;
+  std::shared_ptr<WithHostEvents<platform::DesktopDialogs>> host =
+      std::make_shared<WithHostEvents<platform::DesktopDialogs>>();
   std::vector<std::pair<std::string, std::optional<std::string>>> saved;
 };
 
@@ -72,15 +72,14 @@ TEST_F(ReentrantFailure, EventsGoOnAndAFailureArrivingThroughThemIsHandledInFull
   makeUnopenableFile(root / "inner.txt");
   int passes = 0;
   bool arrived = false;
-  platform::setEventPump([&] {
+  host->onEvents = [&] {
     ++passes;
     // Once the first dialog is open, the host's code makes a call that fails.
     if (!arrived && readBytes(tools / "dialogs.log").find("open") != std::string::npos) {
       arrived = true;
       EXPECT_TRUE(kvn->ReadFile(root.text("inner.txt")).isEmpty());
     }
-    platform::runPendingEvents();
-  });
+  };
   EXPECT_TRUE(kvn->ReadFile(root.text("outer.txt")).isEmpty());
   EXPECT_TRUE(arrived);
   EXPECT_GT(passes, 10) << "the host's events ran while the dialog was open";

@@ -38,17 +38,22 @@ void becomeUser(uid_t user) {
 }  // namespace
 
 FakeGame::FakeGame(Options options) {
-  path_ = dir_ / ("game-" + dir_.path().substr(dir_.path().rfind('-') + 1));
-  std::filesystem::copy_file(ZRK_FAKE_GAME, path_);
-  std::filesystem::permissions(path_, std::filesystem::perms::owner_exec,
-                               std::filesystem::perm_options::add);
-  if (options.user != 0) {
+  if (options.sameAs) {
+    path_ = options.sameAs->path_;
+  } else {
+    path_ = dir_ / ("game-" + dir_.path().substr(dir_.path().rfind('-') + 1));
+    std::filesystem::copy_file(ZRK_FAKE_GAME, path_);
+    std::filesystem::permissions(path_, std::filesystem::perms::owner_exec,
+                                 std::filesystem::perm_options::add);
+  }
+  if (options.user != 0 && !options.sameAs) {
     if (::chown(dir_.path().c_str(), options.user, options.user) != 0 ||
         ::chown(path_.c_str(), options.user, options.user) != 0) {
       ADD_FAILURE() << "cannot give the game's folder to user " << options.user;
       return;
     }
   }
+  const std::string argv0 = options.argv0.empty() ? path_ : options.argv0;
   int in[2], out[2];
   if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0) std::abort();
   pid_ = spawn(options.pid);
@@ -56,7 +61,7 @@ FakeGame::FakeGame(Options options) {
     ::dup2(in[0], 0);
     ::dup2(out[1], 1);
     becomeUser(options.user);
-    ::execl(path_.c_str(), path_.c_str(), static_cast<char*>(nullptr));
+    ::execl(path_.c_str(), argv0.c_str(), static_cast<char*>(nullptr));
     ::_exit(127);
   }
   ::close(in[0]);

@@ -22,6 +22,8 @@ class FakeGame {
   struct Options {
     uid_t user = 0;  // run as this user (and its group) instead of ours; 0 keeps ours
     pid_t pid = 0;   // take exactly this process id (needs root); 0 takes any
+    const FakeGame* sameAs = nullptr;  // run that game's executable instead of a copy of its own
+    std::string argv0 = "";            // the first argument it gets; empty: its path
   };
 
   FakeGame() : FakeGame(Options{}) {}

@@ -2,9 +2,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
+#include <vector>
 
 #include "FakeGame.h"
 #include "platform/ProcessAccess.h"
@@ -171,6 +173,68 @@ TEST(ProcCommands, WhoMayReadAGame) {
     EXPECT_EQ(maps.status, c.status) << c.who << " " << c.pid;
     EXPECT_EQ(maps.out.empty(), c.status != 0) << c.who << " " << c.pid;
   }
+}
+
+// The lines of a tool's output.
+std::vector<std::string> linesOf(const std::string& out) {
+  std::vector<std::string> lines;
+  std::istringstream in(out);
+  for (std::string line; std::getline(in, line);)
+    lines.push_back(line);
+  return lines;
+}
+
+bool holds(const std::vector<std::string>& lines, const std::string& line) {
+  return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+// Every account sees every process: whether it runs, its id by path, and its name in the list,
+// which is its executable's path where the caller may read that, else the program as started, or
+// the kernel's short name where the process rewrote its command line. Memory stays the kernel's.
+TEST(ProcCommands, EveryAccountSeesEveryProcess) {
+  if (::geteuid() != 0 || ::access("/usr/bin/setpriv", X_OK) != 0) {
+    GTEST_SKIP() << "needs root and setpriv to act as another user";
+  }
+  FakeGame ours;                                                 // run by root
+  FakeGame twin(FakeGame::Options{.sameAs = &ours});             // a second instance of it
+  FakeGame theirs(FakeGame::Options{.user = kNobody});           // run by nobody
+  FakeGame renamed(FakeGame::Options{.argv0 = "worker: idle"});  // root, command line rewritten
+  const std::string comm = renamed.fileName().substr(0, 15);
+  std::vector<std::string> bothOfOurs{std::to_string(ours.pid()), std::to_string(twin.pid())};
+  std::sort(bothOfOurs.begin(), bothOfOurs.end());
+  struct Case {
+    std::string who;
+    std::string seesOurs;     // the name of root's game in the list
+    std::string seesRenamed;  // the name of the renamed one
+  } cases[] = {
+      {"", ours.path(), renamed.path()},
+      {kAsNobody, ours.path(), comm},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.who.empty() ? "as root" : "as nobody");
+    for (pid_t pid : {ours.pid(), theirs.pid(), renamed.pid(), pid_t(1)}) {
+      ToolRun r = tool("proc running " + std::to_string(pid), c.who);
+      EXPECT_EQ(r.out, "yes\n") << pid;
+    }
+    ToolRun found = tool("proc find '" + ours.path() + "'", c.who);
+    EXPECT_EQ(found.status, 0);
+    std::vector<std::string> ids = linesOf(found.out);
+    std::sort(ids.begin(), ids.end());  // in the order of /proc
+    EXPECT_EQ(ids, bothOfOurs);
+    EXPECT_EQ(tool("proc find '" + theirs.path() + "'", c.who).out,
+              std::to_string(theirs.pid()) + "\n");
+    ToolRun list = tool("proc list", c.who);
+    EXPECT_EQ(list.status, 0);
+    std::vector<std::string> names = linesOf(list.out);
+    EXPECT_TRUE(holds(names, c.seesOurs)) << list.out;
+    EXPECT_TRUE(holds(names, theirs.path())) << list.out;
+    EXPECT_TRUE(holds(names, c.seesRenamed)) << list.out;
+    EXPECT_FALSE(holds(names, "worker: idle")) << list.out;
+  }
+  // Seeing a process is not reading it.
+  ToolRun read = tool("proc read-long " + std::to_string(ours.pid()) + " 0x30000210", kAsNobody);
+  EXPECT_EQ(read.status, 1);
+  EXPECT_EQ(read.out, "");
 }
 
 }  // namespace

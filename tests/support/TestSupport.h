@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -83,6 +84,17 @@ class CallStandIn {
  private:
   Text name_;
   CallFn old_;
+};
+
+// A dialog backend of a host with events of its own: `onEvents` runs in each pass of events of the
+// library's waits.
+template <class Backend>
+class WithHostEvents : public Backend {
+ public:
+  std::function<void()> onEvents;
+  void processEvents() override {
+    if (onEvents) onEvents();
+  }
 };
 
 // The library loaded as if it lay in <root>/dlls/Main Functions DLL, dialogs scripted.
