@@ -47,6 +47,8 @@ class PythonDialogs : public platform::DialogBackend {
   }
   void toolTipChanged(const platform::ToolTipWindow& tip) override { own_->toolTipChanged(tip); }
   void showHelp(TextView file, TextView topic) override { own_->showHelp(file, topic); }
+  // The host's events go on as they would without the handler.
+  void processEvents() override { own_->processEvents(); }
 
  private:
   std::shared_ptr<DialogBackend> own_;
