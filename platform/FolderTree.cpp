@@ -312,11 +312,10 @@ class Copy : public TreeVisitor {
     shown_ += "/" + name;
   }
 
-  // The folder's own entries are made durable, and a folder made here takes the source's
-  // owner and mode only now: until its last file is in, no one else can look into it.
+  // A folder made here takes the source's owner and mode only now: until its last file is in,
+  // no one else can look into it.
   void leaving(const FolderCursor& from) override {
     if (made_.back()) keepOwnerAndMode(to_.fd(), from.stat());
-    if (::fsync(to_.fd()) != 0 && errno != EINVAL) fail(errno);
     made_.pop_back();
     if (to_.depth() == 0) return;
     to_.up();
@@ -355,8 +354,8 @@ class Copy : public TreeVisitor {
     std::string shown = shown_ + "/" + name;
     prepareTarget(name, st);
     {
-      // The file rules write the content whole and synced, and keep the owner and mode that
-      // the target carries already.
+      // The file rules write the content whole and synced; a target that exists keeps its
+      // owner and mode through them.
       FolderHandle folder("/proc/self/fd/" + std::to_string(to_.fd()));
       FileReplacement out(folder, name, shown);
       std::string buf(1 << 16, '\0');
@@ -369,14 +368,16 @@ class Copy : public TreeVisitor {
       }
       out.commit();
     }
-    if (!(st.st_mode & S_IWUSR)) keepOwnerAndMode(to_.fd(), name, st, st.st_mode);
+    keepOwnerAndMode(to_.fd(), name, st, st.st_mode);
     return Next::Go;
   }
 
-  // Before any byte is written the target carries the source's owner and mode (writable by
-  // its owner until the content is in), so the content is never seen with wider rights than
-  // the source gives it. A link there is replaced; a folder, a special file or a read-only
-  // file there refuses.
+  // A file of that name takes the source's owner and mode (writable by its owner until the
+  // content is in) before its content is replaced. A new file is made by the file rules and
+  // takes them after; in a folder this copy made no one else can see it meanwhile, but in one
+  // that was there, where a new file would show more than the source lets others see, the
+  // target is first made empty with the source's owner and mode. A folder, a special file or
+  // a read-only file in its place refuses the copy.
   void prepareTarget(const std::string& name, const struct stat& source) {
     int dir = to_.fd();
     for (int looks = 0; looks < kMaxLooks; ++looks) {
@@ -388,6 +389,7 @@ class Copy : public TreeVisitor {
       if (old && !S_ISREG(old->st_mode)) throw Failure(err::PathFileAccessError);
       if (old && isReadOnlyMode(old->st_mode)) throw Failure(err::PermissionDenied);
       if (!old) {
+        if (made_.back() || !(newFileMode_ & ~source.st_mode & 0066)) return;
         int fd =
             ::openat(dir, name.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_NOFOLLOW | O_CLOEXEC, 0600);
         if (fd < 0 && errno == EEXIST) continue;
@@ -403,6 +405,7 @@ class Copy : public TreeVisitor {
   FolderCursor& to_;
   std::vector<bool> made_;  // for each level, whether this copy made the folder
   std::string shown_;
+  mode_t newFileMode_ = 0666 & ~currentUmask();
 };
 
 // Copies an open source folder into the place `to`.
@@ -420,7 +423,9 @@ void copyInto(FolderCursor& from, const Place& to) {
   if (NodeId::of(at.stat()) == NodeId::of(from.stat())) throw Failure(err::InvalidCall);
   Copy copy(at, made, to.shown);
   walkTree(from, copy);
-  if (made && ::fsync(parent) != 0 && errno != EINVAL) fail(errno);
+  // Each file was synced as it was written; the folders and links are made durable at once,
+  // before a move removes the source.
+  if (::syncfs(at.fd()) != 0) fail(errno);
 }
 
 // What lstat says of the folder at a place: a folder, or a link to one (76 otherwise).
