@@ -212,6 +212,9 @@ TEST(FolderTree, CopiesAndMovesKeepModesOwnersAndLinks) {
     test::writeBytes(src + "/ro", "read-only");
     test::writeBytes(src + "/tool", "#!/bin/sh\n");
     test::writeBytes(src + "/private/inner", "inner");
+    test::makeDir(src + "/frozen");
+    test::writeBytes(src + "/frozen/f", "in a read-only folder");
+    ::chmod((src + "/frozen").c_str(), 0555);
     test::makeDir(src + "/theirs");
     test::writeBytes(src + "/theirs/file", "theirs");
     ::chmod((src + "/secret").c_str(), 0600);
@@ -330,6 +333,44 @@ TEST(FolderTree, MoveFolderRefusals) {
   for (const auto& c : cases) {
     EXPECT_EQ(failureOf([&] { fso.MoveFolder(T(d / c.from), T(d / c.to)); }), c.number) << c.what;
     EXPECT_EQ(listTree(d.path()), before) << c.what;
+  }
+}
+
+// What stands in a copy's way refuses it, and is neither written through nor replaced: a FIFO
+// is not opened (so nothing blocks), a read-only file keeps its content. The source holds a
+// file "x" and a folder "y".
+TEST(FolderTree, CopyRefusalsLeaveWhatStandsInTheWay) {
+  struct Case {
+    const char* what;
+    std::function<void(const std::string& dst)> make;
+    int32_t number;
+  } cases[] = {
+      {"a FIFO where a file goes",
+       [](const std::string& dst) { ::mkfifo((dst + "/x").c_str(), 0600); },
+       err::PathFileAccessError},
+      {"a read-only file where a file goes",
+       [](const std::string& dst) {
+         test::writeBytes(dst + "/x", "keep");
+         ::chmod((dst + "/x").c_str(), 0444);
+       },
+       err::PermissionDenied},
+      {"a folder where a file goes", [](const std::string& dst) { test::makeDir(dst + "/x/keep"); },
+       err::PathFileAccessError},
+      {"a file where a folder goes",
+       [](const std::string& dst) { test::writeBytes(dst + "/y", "keep"); },
+       err::FileAlreadyExists},
+  };
+  for (const auto& c : cases) {
+    TempDir d;
+    test::makeDir(d / "src/y");
+    test::writeBytes(d / "src/x", "new");
+    test::makeDir(d / "dst");
+    c.make(d / "dst");
+    TreeListing before = listTree(d / "dst");
+    EXPECT_EQ(failureOf([&] { copyFolderTree(d / "src", d / "dst"); }), c.number) << c.what;
+    TreeListing after = listTree(d / "dst");
+    for (const auto& [path, e] : before)
+      EXPECT_EQ(after[path], e) << c.what << ": " << path;
   }
 }
 

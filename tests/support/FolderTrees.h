@@ -15,6 +15,8 @@
 #include <cstdio>
 #include <filesystem>
 #include <map>
+#include <ostream>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -138,6 +140,12 @@ struct TreeEntry {
   std::string data;
   bool operator==(const TreeEntry&) const = default;
 };
+inline void PrintTo(const TreeEntry& e, std::ostream* os) {
+  char line[64];
+  std::snprintf(line, sizeof line, "%c %04o %u:%u ", e.kind, unsigned(e.mode), unsigned(e.uid),
+                unsigned(e.gid));
+  *os << line << e.data.substr(0, 40);
+}
 using TreeListing = std::map<std::string, TreeEntry>;
 
 inline TreeListing listTree(const std::string& top) {
@@ -163,14 +171,13 @@ inline TreeListing listTree(const std::string& top) {
 }
 
 inline std::string describe(const TreeListing& t) {
-  std::string s;
+  std::ostringstream s;
   for (const auto& [path, e] : t) {
-    char line[128];
-    std::snprintf(line, sizeof line, " %c %04o %u:%u ", e.kind, unsigned(e.mode), unsigned(e.uid),
-                  unsigned(e.gid));
-    s += path + line + e.data.substr(0, 40) + "\n";
+    s << path << " ";
+    PrintTo(e, &s);
+    s << "\n";
   }
-  return s;
+  return s.str();
 }
 
 }  // namespace zrk::test
