@@ -45,7 +45,7 @@ class OtherFileSystem {
     if (::mkdtemp(tmpl.data())) path_ = tmpl;
   }
   ~OtherFileSystem() {
-    if (!path_.empty()) removeFolderTree(path_, true);
+    if (!path_.empty()) test::removeScratch(path_);
   }
   const std::string& path() const { return path_; }
 
@@ -268,7 +268,7 @@ TEST(FolderTree, CopiesAndMovesKeepModesOwnersAndLinks) {
     if (!sourceGone) {
       EXPECT_EQ(listTree(src), before) << c.what << ": the source as it was";
     }
-    if (c.otherFileSystem) removeFolderTree(dst, true);
+    if (c.otherFileSystem) test::removeScratch(dst);
   }
 }
 
