@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <optional>
 #include <string_view>
@@ -282,7 +283,7 @@ void removeAt(const Place& place, bool force) {
 // Gives false when the source is no link any more.
 bool copyLink(int fromDir, const std::string& name, const struct stat& st, int toDir,
               const std::string& toName) {
-  std::string target(size_t(st.st_size > 0 ? st.st_size : 0) + 1, '\0');
+  std::string target(size_t(st.st_size > 0 ? st.st_size : PATH_MAX) + 1, '\0');
   ssize_t n = ::readlinkat(fromDir, name.c_str(), target.data(), target.size());
   if (n < 0 && errno == EINVAL) return false;
   if (n < 0) fail(errno);
@@ -355,7 +356,8 @@ class Copy : public TreeVisitor {
     prepareTarget(name, st);
     {
       // The file rules write the content whole and synced; a target that exists keeps its
-      // owner and mode through them.
+      // owner and mode through them. They get the folder the cursor holds opened again through
+      // its descriptor, so no path is walked.
       FolderHandle folder("/proc/self/fd/" + std::to_string(to_.fd()));
       FileReplacement out(folder, name, shown);
       std::string buf(1 << 16, '\0');
