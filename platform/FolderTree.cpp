@@ -67,7 +67,7 @@ std::vector<std::string> namesIn(int dirFd) {
 
 // A path's folder, open, and its last component.
 struct Place {
-  UniqueFd folder;
+  FileHandle folder;
   std::string name;
   std::string shown;  // the path, for the fault seam
 };
@@ -76,27 +76,27 @@ Place placeOf(const std::string& path) {
   std::string p = path;
   while (p.size() > 1 && p.back() == '/')
     p.pop_back();
-  Place place{UniqueFd(), lastComponent(p), p};
+  Place place{FileHandle(), lastComponent(p), p};
   if (place.name.empty() || place.name == "." || place.name == "..") {
     throw Failure(err::BadFileNameOrNumber);
   }
   std::string folder = folderOfPath(p);
-  place.folder.reset(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (place.folder.get() < 0) fail(errno);
+  place.folder = FileHandle(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (place.folder.fd() < 0) fail(errno);
   return place;
 }
 
 // Whether the folder `id` is the folder `dirFd` or one above it, found through ".." so that
 // no path and no link can hide it.
 bool isAtOrAbove(int dirFd, NodeId id) {
-  UniqueFd at(::openat(dirFd, ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  FileHandle at(::openat(dirFd, ".", O_PATH | O_DIRECTORY | O_CLOEXEC));
   struct stat st;
-  if (at.get() < 0 || ::fstat(at.get(), &st) != 0) fail(errno);
+  if (at.fd() < 0 || ::fstat(at.fd(), &st) != 0) fail(errno);
   for (;;) {
     if (NodeId::of(st) == id) return true;
-    UniqueFd up(::openat(at.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    FileHandle up(::openat(at.fd(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
     struct stat upSt;
-    if (up.get() < 0 || ::fstat(up.get(), &upSt) != 0) fail(errno);
+    if (up.fd() < 0 || ::fstat(up.fd(), &upSt) != 0) fail(errno);
     if (NodeId::of(upSt) == NodeId::of(st)) return false;  // the top of the file system
     at = std::move(up);
     st = upSt;
@@ -247,7 +247,7 @@ class Removal : public TreeVisitor {
 };
 
 void removeAt(const Place& place, bool force) {
-  int parent = place.folder.get();
+  int parent = place.folder.fd();
   for (int looks = 0; looks < kMaxLooks; ++looks) {
     std::optional<struct stat> st = lstatAt(parent, place.name);
     if (!st) fail(errno);
@@ -263,8 +263,8 @@ void removeAt(const Place& place, bool force) {
     }
     if (!S_ISDIR(st->st_mode)) throw Failure(err::PathNotFound);
     if (!canEmpty(parent)) throw Failure(err::PermissionDenied);
-    UniqueFd top(openFolderAt(parent, place.name));
-    if (top.get() < 0) {
+    FileHandle top(openFolderAt(parent, place.name));
+    if (top.fd() < 0) {
       if (errno == ELOOP || errno == ENOTDIR) continue;
       fail(errno);
     }
@@ -343,14 +343,14 @@ class Copy : public TreeVisitor {
   }
 
   Next copyFile(int dirFd, const std::string& name) {
-    UniqueFd in(::openat(dirFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (in.get() < 0) {
+    FileHandle in(::openat(dirFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (in.fd() < 0) {
       if (errno == ENOENT) return Next::Go;
       if (errno == ELOOP || errno == ENXIO) return Next::LookAgain;
       fail(errno);
     }
     struct stat st;
-    if (::fstat(in.get(), &st) != 0) fail(errno);
+    if (::fstat(in.fd(), &st) != 0) fail(errno);
     if (!S_ISREG(st.st_mode)) return Next::LookAgain;
     std::string shown = shown_ + "/" + name;
     prepareTarget(name, st);
@@ -362,7 +362,7 @@ class Copy : public TreeVisitor {
       FileReplacement out(folder, name, shown);
       std::string buf(1 << 16, '\0');
       for (;;) {
-        ssize_t n = ::read(in.get(), buf.data(), buf.size());
+        ssize_t n = ::read(in.fd(), buf.data(), buf.size());
         if (n < 0 && errno == EINTR) continue;
         if (n < 0) fail(errno);
         if (n == 0) break;
@@ -412,12 +412,12 @@ class Copy : public TreeVisitor {
 
 // Copies an open source folder into the place `to`.
 void copyInto(FolderCursor& from, const Place& to) {
-  int parent = to.folder.get();
+  int parent = to.folder.fd();
   if (isAtOrAbove(parent, NodeId::of(from.stat()))) throw Failure(err::InvalidCall);
   bool made = ::mkdirat(parent, to.name.c_str(), 0700) == 0;
   if (!made && errno != EEXIST) fail(errno);
-  UniqueFd top(openFolderAt(parent, to.name));
-  if (top.get() < 0) {
+  FileHandle top(openFolderAt(parent, to.name));
+  if (top.fd() < 0) {
     if (errno == ELOOP || errno == ENOTDIR) throw Failure(err::FileAlreadyExists);
     fail(errno);
   }
@@ -432,12 +432,12 @@ void copyInto(FolderCursor& from, const Place& to) {
 
 // What lstat says of the folder at a place: a folder, or a link to one (76 otherwise).
 struct stat folderEntry(const Place& place) {
-  std::optional<struct stat> st = lstatAt(place.folder.get(), place.name);
+  std::optional<struct stat> st = lstatAt(place.folder.fd(), place.name);
   if (!st) fail(errno);
   struct stat target;
   bool folder =
       S_ISDIR(st->st_mode) ||
-      (S_ISLNK(st->st_mode) && ::fstatat(place.folder.get(), place.name.c_str(), &target, 0) == 0 &&
+      (S_ISLNK(st->st_mode) && ::fstatat(place.folder.fd(), place.name.c_str(), &target, 0) == 0 &&
        S_ISDIR(target.st_mode));
   if (!folder) throw Failure(err::PathNotFound);
   return *st;
@@ -448,8 +448,8 @@ std::optional<FolderCursor> openSource(const Place& place, struct stat& st) {
   for (int looks = 0; looks < kMaxLooks; ++looks) {
     st = folderEntry(place);
     if (S_ISLNK(st.st_mode)) return std::nullopt;
-    UniqueFd top(openFolderAt(place.folder.get(), place.name));
-    if (top.get() >= 0) return FolderCursor(std::move(top));
+    FileHandle top(openFolderAt(place.folder.fd(), place.name));
+    if (top.fd() >= 0) return FolderCursor(std::move(top));
     if (errno != ELOOP && errno != ENOTDIR) fail(errno);
   }
   throw Failure(err::PathFileAccessError);
@@ -460,7 +460,7 @@ void copyAt(const Place& from, const Place& to) {
   std::optional<FolderCursor> source = openSource(from, st);
   if (!source) {
     // A link given as the folder is copied as the link, as inside a tree.
-    if (!copyLink(from.folder.get(), from.name, st, to.folder.get(), to.name)) {
+    if (!copyLink(from.folder.fd(), from.name, st, to.folder.fd(), to.name)) {
       throw Failure(err::PathFileAccessError);
     }
     return;
@@ -475,7 +475,7 @@ void syncFolder(int fd) {
 // Renames an entry, durably; false with errno when it was not renamed. A file system that
 // cannot refuse to replace (EINVAL) gets a plain rename to a name found free a moment ago.
 bool renameEntry(const Place& from, const Place& to, bool noReplace) {
-  int a = from.folder.get(), b = to.folder.get();
+  int a = from.folder.fd(), b = to.folder.fd();
   const char *f = from.name.c_str(), *t = to.name.c_str();
   int r = ::renameat2(a, f, b, t, noReplace ? RENAME_NOREPLACE : 0);
   if (r != 0 && errno == EINVAL && noReplace) r = ::renameat(a, f, b, t);
@@ -487,35 +487,22 @@ bool renameEntry(const Place& from, const Place& to, bool noReplace) {
 
 }  // namespace
 
-UniqueFd& UniqueFd::operator=(UniqueFd&& o) noexcept {
-  if (this != &o) {
-    reset(o.fd_);
-    o.fd_ = -1;
-  }
-  return *this;
-}
-
-void UniqueFd::reset(int fd) {
-  if (fd_ >= 0) ::close(fd_);
-  fd_ = fd;
-}
-
-FolderCursor::FolderCursor(UniqueFd top) {
+FolderCursor::FolderCursor(FileHandle top) {
   struct stat st;
-  if (::fstat(top.get(), &st) != 0) fail(errno);
+  if (::fstat(top.fd(), &st) != 0) fail(errno);
   ids_.push_back(NodeId::of(st));
   stats_.push_back(st);
   held_.push_back(std::move(top));
 }
 
 int FolderCursor::fd() const {
-  return depth() < kHeldLevels ? held_[depth()].get() : deep_.get();
+  return depth() < kHeldLevels ? held_[depth()].fd() : deep_.fd();
 }
 
 int FolderCursor::down(const std::string& name) {
-  UniqueFd child(openFolderAt(fd(), name));
+  FileHandle child(openFolderAt(fd(), name));
   struct stat st;
-  if (child.get() < 0 || ::fstat(child.get(), &st) != 0) return errno;
+  if (child.fd() < 0 || ::fstat(child.fd(), &st) != 0) return errno;
   ids_.push_back(NodeId::of(st));
   stats_.push_back(st);
   if (depth() < kHeldLevels) {
@@ -531,11 +518,11 @@ void FolderCursor::up() {
   if (d < kHeldLevels) {
     held_.pop_back();
   } else if (d - 1 < kHeldLevels) {
-    deep_.reset();
+    deep_ = FileHandle();
   } else {
-    UniqueFd parent(::openat(deep_.get(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    FileHandle parent(::openat(deep_.fd(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     struct stat st;
-    if (parent.get() < 0 || ::fstat(parent.get(), &st) != 0) fail(errno);
+    if (parent.fd() < 0 || ::fstat(parent.fd(), &st) != 0) fail(errno);
     // The folder was moved away meanwhile: its parent now is no folder of this walk.
     if (NodeId::of(st) != ids_[d - 1]) throw Failure(err::PathFileAccessError);
     deep_ = std::move(parent);
@@ -556,10 +543,10 @@ void moveFolderTree(const std::string& from, const std::string& to) {
   Place src = placeOf(from);
   Place dst = placeOf(to);
   struct stat st = folderEntry(src);
-  if (S_ISDIR(st.st_mode) && isAtOrAbove(dst.folder.get(), NodeId::of(st))) {
+  if (S_ISDIR(st.st_mode) && isAtOrAbove(dst.folder.fd(), NodeId::of(st))) {
     throw Failure(err::InvalidCall);
   }
-  std::optional<struct stat> there = lstatAt(dst.folder.get(), dst.name);
+  std::optional<struct stat> there = lstatAt(dst.folder.fd(), dst.name);
   bool sameEntry = there && NodeId::of(*there) == NodeId::of(st);
   if (!there || sameEntry) {
     // One rename: to a free name, or to the letters written where the file system takes

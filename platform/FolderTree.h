@@ -9,23 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "platform/FileIO.h"
+
 namespace zrk::platform {
-
-// An owned file descriptor, closed when it goes.
-class UniqueFd {
- public:
-  explicit UniqueFd(int fd = -1) : fd_(fd) {}
-  ~UniqueFd() { reset(); }
-  UniqueFd(UniqueFd&& o) noexcept : fd_(o.fd_) { o.fd_ = -1; }
-  UniqueFd& operator=(UniqueFd&& o) noexcept;
-  UniqueFd(const UniqueFd&) = delete;
-  UniqueFd& operator=(const UniqueFd&) = delete;
-  int get() const { return fd_; }
-  void reset(int fd = -1);
-
- private:
-  int fd_;
-};
 
 // What tells one folder from every other: its device and inode.
 struct NodeId {
@@ -44,7 +30,7 @@ class FolderCursor {
   static constexpr size_t kHeldLevels = 64;
 
   // Starts at an open folder, taking its descriptor.
-  explicit FolderCursor(UniqueFd top);
+  explicit FolderCursor(FileHandle top);
   int fd() const;
   size_t depth() const { return ids_.size() - 1; }
   // Enters the child folder `name`; gives 0, or the errno when it is no folder now (ELOOP or
@@ -56,9 +42,9 @@ class FolderCursor {
   const struct stat& stat() const { return stats_.back(); }
 
  private:
-  std::vector<UniqueFd> held_;  // the descriptors of the first kHeldLevels levels
-  UniqueFd deep_;               // the current folder's, when it lies deeper
-  std::vector<NodeId> ids_;     // each level's folder, from the top
+  std::vector<FileHandle> held_;  // the descriptors of the first kHeldLevels levels
+  FileHandle deep_;               // the current folder's, when it lies deeper
+  std::vector<NodeId> ids_;       // each level's folder, from the top
   std::vector<struct stat> stats_;
 };
 

@@ -68,7 +68,7 @@ std::vector<std::pair<std::string, std::string>> makeSwappedTree(const std::stri
   std::vector<std::pair<std::string, std::string>> pairs;
   for (const std::string& at : {tree, tree + "/a/b"}) {
     test::makeDir(at + "/sub/nested");
-    for (int i = 0; i < 30; ++i)
+    for (int i = 0; i < 12; ++i)
       test::writeBytes(at + "/sub/in-" + std::to_string(i), "in");
     test::writeBytes(at + "/sub/nested/in-nested", "in");
     if (::symlink(outside.c_str(), (at + "/link").c_str()) != 0) std::abort();
