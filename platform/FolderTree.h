@@ -60,6 +60,10 @@ void removeFolderTree(const std::string& path, bool force);
 // where this caller may set them (root always), modes always; links are copied as links.
 // FIFOs, sockets and devices are left out: they hold no content and are not copied. A copy
 // into the folder itself or into a folder inside it is refused (5) before anything changes.
+// Folders it makes stay 0700 until their content is in, so a copy killed half way shows
+// nothing to others; each file in it is whole, save that in a folder that was there already a
+// file whose source others may see less of than a new file shows is made empty, with the
+// source's owner and mode, before its content goes in.
 void copyFolderTree(const std::string& from, const std::string& to);
 
 // Moves the folder at `from` to `to`: one rename when `to` does not exist on the same file
