@@ -206,12 +206,21 @@ bool canEmpty(int fd) {
   return ::faccessat(fd, ".", W_OK | X_OK, AT_EACCESS) == 0;
 }
 
+// A removal stays on the tree's own file system: a file system mounted inside it is no part of
+// the tree, and could not be taken out of it anyway.
+void stayOnFileSystem(const FolderCursor& at, dev_t top) {
+  if (at.stat().st_dev != top) throw Failure(err::PathFileAccessError);
+}
+
 // Refuses a removal before anything goes: a read-only item without force, a folder this
-// caller cannot empty in any case.
+// caller cannot empty in any case, a file system mounted inside the tree.
 class RemovalCheck : public TreeVisitor {
  public:
-  explicit RemovalCheck(bool force) : force_(force) {}
+  RemovalCheck(const FolderCursor& top, bool force) : force_(force), dev_(top.stat().st_dev) {
+    check(top);
+  }
   void check(const FolderCursor& at) const {
+    stayOnFileSystem(at, dev_);
     if ((!force_ && isReadOnlyMode(at.stat().st_mode)) || !canEmpty(at.fd())) {
       throw Failure(err::PermissionDenied);
     }
@@ -226,11 +235,14 @@ class RemovalCheck : public TreeVisitor {
 
  private:
   bool force_;
+  dev_t dev_;
 };
 
 // Removes every entry; a name that became a folder, or stopped being one, is looked at again.
 class Removal : public TreeVisitor {
  public:
+  explicit Removal(const FolderCursor& top) : dev_(top.stat().st_dev) {}
+  void entered(const FolderCursor& at, const std::string&) override { stayOnFileSystem(at, dev_); }
   Next entry(int dirFd, const std::string& name, const struct stat&) override {
     if (::unlinkat(dirFd, name.c_str(), 0) == 0 || errno == ENOENT) return Next::Go;
     if (errno == EISDIR) return Next::LookAgain;
@@ -244,6 +256,9 @@ class Removal : public TreeVisitor {
     if (errno == ENOTDIR || errno == ENOTEMPTY || errno == EEXIST) return Next::LookAgain;
     fail(errno);
   }
+
+ private:
+  dev_t dev_;
 };
 
 void removeAt(const Place& place, bool force) {
@@ -269,10 +284,9 @@ void removeAt(const Place& place, bool force) {
       fail(errno);
     }
     FolderCursor at(std::move(top));
-    RemovalCheck check(force);
-    check.check(at);
+    RemovalCheck check(at, force);
     walkTree(at, check);
-    Removal removal;
+    Removal removal(at);
     walkTree(at, removal);
     if (Removal::removeFolder(parent, place.name) == TreeVisitor::Next::Go) return;
   }

@@ -51,7 +51,8 @@ class FolderCursor {
 // Removes the folder at `path` with all it holds; a link at the path, or anywhere inside, is
 // removed as a link. Without `force` a read-only item refuses the whole removal (70) and so
 // does, with or without force, a folder this caller cannot empty; the tree is checked first,
-// so a refusal removes nothing. A missing folder is 76.
+// so a refusal removes nothing. A missing folder is 76; a file system mounted inside the tree
+// refuses the removal (75), its content untouched.
 void removeFolderTree(const std::string& path, bool force);
 
 // Copies the folder at `from` to `to` with all it holds, making `to` when missing and merging

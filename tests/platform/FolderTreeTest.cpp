@@ -2,6 +2,7 @@
 // another process at any moment, trees deeper than the longest path, owners, modes and links
 // kept, moves into the folder itself refused, kills in the middle of a copy.
 #include <fcntl.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -333,6 +334,28 @@ TEST(FolderTree, MoveFolderRefusals) {
   for (const auto& c : cases) {
     EXPECT_EQ(failureOf([&] { fso.MoveFolder(T(d / c.from), T(d / c.to)); }), c.number) << c.what;
     EXPECT_EQ(listTree(d.path()), before) << c.what;
+  }
+}
+
+// A file system mounted inside a tree is no part of it: the removal is refused before anything
+// goes, the mounted content and the tree's own stay. Mounting needs root.
+TEST(FolderTree, ARemovalDoesNotReachIntoAMountedFileSystem) {
+  TempDir d;
+  test::makeDir(d / "tree/a/mnt");
+  test::writeBytes(d / "tree/a/own", "own");
+  if (::geteuid() != 0 || ::mount("none", (d / "tree/a/mnt").c_str(), "tmpfs", 0, nullptr) != 0) {
+    GTEST_SKIP() << "mounting a file system needs root";
+  }
+  struct Unmount {
+    std::string at;
+    ~Unmount() { ::umount2(at.c_str(), MNT_DETACH); }
+  } unmount{d / "tree/a/mnt"};
+  test::writeBytes(d / "tree/a/mnt/mounted", "mounted");
+  FileSystemObject fso;
+  for (bool force : {false, true}) {
+    EXPECT_EQ(failureOf([&] { fso.DeleteFolder(T(d / "tree"), force); }), err::PathFileAccessError);
+    EXPECT_EQ(test::readBytes(d / "tree/a/mnt/mounted"), "mounted");
+    EXPECT_EQ(test::readBytes(d / "tree/a/own"), "own");
   }
 }
 
