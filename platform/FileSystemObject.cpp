@@ -12,7 +12,6 @@
 #include <string>
 
 #include <zrkKVL/Failure.h>
-#include "platform/FileIO.h"
 #include "platform/FolderTree.h"
 #include "platform/Paths.h"
 #include "platform/SafeFile.h"
@@ -97,11 +96,12 @@ void FileSystemObject::CopyFolder(TextView source, TextView destination, bool ov
 
 void FileSystemObject::MoveFolder(TextView source, TextView destination) const {
   if (source.empty() || destination.empty()) throw Failure(err::PathNotFound);
+  TextView to = withoutTrailingSeparators(destination);
   std::string src = nativePath(source);
-  std::string dst = nativePath(destination);
+  std::string dst = nativePath(to);
   // The destination resolves to the source itself under other letters: the folder is renamed
   // to the letters written.
-  Text written = fileNameOf(withoutTrailingSeparators(destination));
+  Text written = fileNameOf(to);
   if (lastComponent(dst) != toUtf8(written) && sameEntry(src, dst)) {
     dst = folderOfPath(dst) + "/" + toUtf8(written);
   }

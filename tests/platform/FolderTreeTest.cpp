@@ -307,6 +307,26 @@ TEST(FolderTree, IntoItselfIsRefusedWithNothingChanged) {
   }
 }
 
+// A move to the same name in other letters renames the folder to the letters written, in one
+// rename: its content stays, and a folder named like a former in-between name is not touched.
+TEST(FolderTree, MoveFolderInLetterCaseOnly) {
+  for (const char* to : {"SERVER", "SERVER/", "SERVER\\", "Server"}) {
+    TempDir d;
+    FileSystemObject fso;
+    test::makeDir(d / "server/settings");
+    test::writeBytes(d / "server/settings/s.cfg", "data");
+    test::makeDir(d / "SERVER.~rename");
+    test::writeBytes(d / "SERVER.~rename/unrelated", "unrelated");
+    const TreeListing content = listTree(d / "server");
+    const TreeListing unrelated = listTree(d / "SERVER.~rename");
+    std::string name = std::string(to).substr(0, 6);
+    fso.MoveFolder(T(d / "server"), T(d.path()) + u"/" + T(to));
+    EXPECT_EQ(listTree(d / name), content) << to;
+    EXPECT_FALSE(test::exists(d / "server")) << to;
+    EXPECT_EQ(listTree(d / "SERVER.~rename"), unrelated) << to;
+  }
+}
+
 // What the platform object's move answers, and what each refusal leaves.
 TEST(FolderTree, MoveFolderRefusals) {
   TempDir d;
