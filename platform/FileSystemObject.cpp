@@ -1,4 +1,5 @@
-// File-system object over POSIX calls, through the path resolver.
+// File-system object over POSIX calls, through the path resolver; folder trees go through the
+// folder walks.
 #include "platform/FileSystemObject.h"
 
 #include <dirent.h>
@@ -8,11 +9,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <string>
 
 #include <zrkKVL/Failure.h>
-#include "platform/FileIO.h"
+#include "platform/FolderTree.h"
 #include "platform/Paths.h"
 #include "platform/SafeFile.h"
 #include "platform/SysCalls.h"
@@ -45,94 +45,17 @@ std::vector<std::string> entriesOf(const std::string& dir) {
   return names;
 }
 
-// Whether this caller can remove what the folder holds.
-bool canEmpty(const std::string& dir) {
-  return ::access(dir.c_str(), W_OK | X_OK) == 0;
+TextView withoutTrailingSeparators(TextView path) {
+  while (path.size() > 1 && isSeparator(path.back()))
+    path.remove_suffix(1);
+  return path;
 }
 
-// Read-only content (a file or folder without any write bit) refuses a deletion without force,
-// as the platform object does, and so does a folder this caller cannot empty. The check runs
-// over the whole tree first so that nothing is removed on a refusal. Links are not followed.
-void checkDeletable(const std::string& dir, bool force) {
-  struct stat st;
-  if (::lstat(dir.c_str(), &st) != 0) failErrno();
-  if ((!force && isReadOnly(st)) || !canEmpty(dir)) throw Failure(err::PermissionDenied);
-  for (const auto& n : entriesOf(dir)) {
-    std::string p = dir + "/" + n;
-    if (::lstat(p.c_str(), &st) != 0) failErrno();
-    if (S_ISDIR(st.st_mode)) {
-      checkDeletable(p, force);
-    } else if (!force && !S_ISLNK(st.st_mode) && isReadOnly(st)) {
-      throw Failure(err::PermissionDenied);
-    }
-  }
-}
-
-// Removes the tree; a link inside it is removed as a link, never followed.
-void removeTree(const std::string& dir) {
-  for (const auto& n : entriesOf(dir)) {
-    std::string p = dir + "/" + n;
-    struct stat st;
-    if (::lstat(p.c_str(), &st) != 0) failErrno();
-    if (S_ISDIR(st.st_mode)) {
-      removeTree(p);
-    } else if (sys::unlink(p.c_str()) != 0) {
-      failErrno();
-    }
-  }
-  if (sys::rmdir(dir.c_str()) != 0) failErrno();
-}
-
-// Copies a file's bytes by the writers' rules: a file of that name is replaced whole, a link
-// standing there is replaced too, never written through.
-void copyFile(const std::string& from, const std::string& to) {
-  FileHandle in(sys::open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
-  if (in.fd() < 0) failErrno();
-  FileReplacement out(to, FileReplacement::Links::Replace);
-  char buf[65536];
-  for (;;) {
-    ssize_t n = ::read(in.fd(), buf, sizeof buf);
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) failErrno();
-    if (n == 0) break;
-    out.write(std::string_view(buf, size_t(n)));
-  }
-  out.commit();
-}
-
-// A link is copied as a link: what it points to is not copied, so a link to a folder above or
-// a loop of links costs nothing.
-void copyLink(const std::string& from, const std::string& to) {
-  std::string target(PATH_MAX, '\0');
-  ssize_t n = ::readlink(from.c_str(), target.data(), target.size());
-  if (n < 0) failErrno();
-  target.resize(size_t(n));
-  struct stat st;
-  if (::lstat(to.c_str(), &st) == 0) {
-    if (S_ISDIR(st.st_mode)) throw Failure(err::FileAlreadyExists);
-    if (sys::unlink(to.c_str()) != 0) failErrno();
-  }
-  if (::symlink(target.c_str(), to.c_str()) != 0) failErrno();
-}
-
-void copyTree(const std::string& from, const std::string& to) {
-  struct stat st;
-  if (::lstat(to.c_str(), &st) != 0) {
-    if (sys::mkdir(to.c_str(), 0777) != 0) failErrno();
-  } else if (!S_ISDIR(st.st_mode)) {
-    throw Failure(err::FileAlreadyExists);
-  }
-  for (const auto& n : entriesOf(from)) {
-    std::string src = from + "/" + n, dst = to + "/" + n;
-    if (::lstat(src.c_str(), &st) != 0) failErrno();
-    if (S_ISDIR(st.st_mode)) {
-      copyTree(src, dst);
-    } else if (S_ISLNK(st.st_mode)) {
-      copyLink(src, dst);
-    } else {
-      copyFile(src, dst);
-    }
-  }
+// Whether two paths name one entry (links not followed).
+bool sameEntry(const std::string& a, const std::string& b) {
+  struct stat sa, sb;
+  return ::lstat(a.c_str(), &sa) == 0 && ::lstat(b.c_str(), &sb) == 0 && sa.st_dev == sb.st_dev &&
+         sa.st_ino == sb.st_ino;
 }
 
 }  // namespace
@@ -159,29 +82,30 @@ void FileSystemObject::CreateFolder(TextView path) const {
 }
 
 void FileSystemObject::DeleteFolder(TextView path, bool force) const {
-  std::string p = nativePath(path);
-  struct stat st;
-  if (path.empty() || !statPath(p, st) || !S_ISDIR(st.st_mode)) throw Failure(err::PathNotFound);
-  while (p.size() > 1 && p.back() == '/')
-    p.pop_back();
-  if (::lstat(p.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
-    // A link to a folder goes as a link: the folder it names is no part of this one.
-    if (sys::unlink(p.c_str()) != 0) failErrno();
-    return;
-  }
-  if (!canEmpty(folderOfPath(p))) throw Failure(err::PermissionDenied);
-  checkDeletable(p, force);
-  removeTree(p);
+  if (path.empty()) throw Failure(err::PathNotFound);
+  removeFolderTree(nativePath(path), force);
 }
 
 void FileSystemObject::CopyFolder(TextView source, TextView destination, bool overwrite) const {
-  std::string src = nativePath(source);
-  struct stat st;
-  if (source.empty() || !statPath(src, st) || !S_ISDIR(st.st_mode))
-    throw Failure(err::PathNotFound);
+  if (source.empty()) throw Failure(err::PathNotFound);
   std::string dst = nativePath(destination);
-  if (!overwrite && statPath(dst, st)) throw Failure(err::FileAlreadyExists);
-  copyTree(src, dst);
+  struct stat st;
+  if (!overwrite && ::lstat(dst.c_str(), &st) == 0) throw Failure(err::FileAlreadyExists);
+  copyFolderTree(nativePath(source), dst);
+}
+
+void FileSystemObject::MoveFolder(TextView source, TextView destination) const {
+  if (source.empty() || destination.empty()) throw Failure(err::PathNotFound);
+  TextView to = withoutTrailingSeparators(destination);
+  std::string src = nativePath(source);
+  std::string dst = nativePath(to);
+  // The destination resolves to the source itself under other letters: the folder is renamed
+  // to the letters written.
+  Text written = fileNameOf(to);
+  if (lastComponent(dst) != toUtf8(written) && sameEntry(src, dst)) {
+    dst = folderOfPath(dst) + "/" + toUtf8(written);
+  }
+  moveFolderTree(src, dst);
 }
 
 void FileSystemObject::DeleteFile(TextView path, bool force) const {

@@ -30,10 +30,16 @@ class FileSystemObject {
   bool FolderExists(TextView path) const;
   // Makes one folder whose parent exists: 58 if anything holds the name, 76 without a parent.
   void CreateFolder(TextView path) const;
-  // Removes the folder with all it holds; with force off a read-only item refuses (70).
+  // Removes the folder with all it holds; with force off a read-only item refuses (70). A link
+  // at the path or inside goes as a link, never followed.
   void DeleteFolder(TextView path, bool force = false) const;
-  // Copies the folder with all it holds, making the destination if missing.
+  // Copies the folder with all it holds, making the destination if missing: owner, group (where
+  // the caller may set them), modes and links as links kept. Into itself: 5.
   void CopyFolder(TextView source, TextView destination, bool overwrite = true) const;
+  // Moves the folder: one rename where it can be, else a copy merged into the destination and
+  // the source removed. A destination that is the source in other letter case renames it to
+  // the letters written. Into itself: 5; a missing source: 76.
+  void MoveFolder(TextView source, TextView destination) const;
   // Removes a file: 53 if missing, 70 if read-only and not forced.
   void DeleteFile(TextView path, bool force = false) const;
   FileInfo GetFile(TextView path) const;

@@ -71,16 +71,6 @@ void deleteSection(const Text& section, const Text& file) {
   platform::WritePrivateProfileStringA(&section, nullptr, nullptr, file);
 }
 
-// Moves a folder to a name that differs only in letter case. Both names resolve to the one
-// folder, so it goes through a name of its own, copied before each deletion.
-void renameFolderCase(const platform::FileSystemObject& fso, const Text& from, const Text& to) {
-  Text between = to + u".~rename";
-  fso.CopyFolder(from, between, true);
-  fso.DeleteFolder(from, false);
-  fso.CopyFolder(between, to, true);
-  fso.DeleteFolder(between, false);
-}
-
 }  // namespace
 
 Text uploadUrls(Dispatch& F) {
@@ -146,13 +136,12 @@ bool clsKVN::writeProfile(Dispatch& F, Text iniFile, Text zrkPath) {
         deleteSection(text(F, u"txtOld"), iniFile);
         if (equalsNoCase(text(F, u"txtOld"), text(F, u"txtName"))) {
           // The section just written was the old one under another case: write it anew under
-          // the new name, as a renamed profile gets it, and carry the folder the same way.
+          // the new name, as a renamed profile gets it.
           writeKeys();
-          renameFolderCase(fso, oldFolder, newFolder);
-        } else {
-          fso.CopyFolder(oldFolder, newFolder, true);
-          fso.DeleteFolder(oldFolder, false);
         }
+        // One rename where it can be (a change of letter case included), else the old folder
+        // merged into the new one and removed: owners, modes and links kept.
+        fso.MoveFolder(oldFolder, newFolder);
       }
     } else {
       frame.line(10);
