@@ -70,13 +70,18 @@ void makePrivateFolders(const std::string& path) {
   }
 }
 
+// The folder that holds the per-user root. A relative XDG_DATA_HOME is not valid and is ignored.
+std::string dataHome() {
+  const char* data = ::getenv("XDG_DATA_HOME");
+  if (data && data[0] == '/') return data;
+  std::string home = homeFolder();
+  return (home == "/" ? "" : home) + "/.local/share";
+}
+
 }  // namespace
 
 Text perUserRoot() {
-  const char* data = ::getenv("XDG_DATA_HOME");
-  // A relative XDG_DATA_HOME is not valid and is ignored.
-  std::string base = (data && data[0] == '/') ? data : homeFolder() + "/.local/share";
-  return fromUtf8(base + "/zrkkvl");
+  return fromUtf8(dataHome() + "/zrkkvl");
 }
 
 Text libraryFolder() {
@@ -92,7 +97,9 @@ Text libraryFolder() {
   Text loaded = loadedFolder();
   if (loaded.ends_with(kLibrarySubPath)) return loaded;
   Text folder = perUserRoot() + Text(kLibrarySubPath);
-  makePrivateFolders(toUtf8(folder));
+  // An account without a home would have its root made in "/": it is not made, and the first
+  // write there fails as any write to a missing folder does.
+  if (dataHome() != "/.local/share") makePrivateFolders(toUtf8(folder));
   return folder;
 }
 

@@ -63,7 +63,9 @@ TEST(RootOrder, LinkedProgramTakesTheFirstRootThatApplies) {
       {"dlls/Main Functions DLL/sub", "HOME=T/home", "", "home/.local/share/zrkkvl"},
       {"lib", "HOME=T/home XDG_DATA_HOME=T/xdg", "", "xdg/zrkkvl"},
       {"lib", "HOME=T/home XDG_DATA_HOME=relative", "", "home/.local/share/zrkkvl"},
+      {"lib", "HOME=/", "", "/.local/share/zrkkvl"},  // named, but never made in "/"
   };
+  const bool rootHadDotLocal = exists("/.local");
   auto expand = [&](std::string s) {
     for (size_t at; (at = s.find("T/")) != std::string::npos;)
       s.replace(at, 1, real);
@@ -78,13 +80,16 @@ TEST(RootOrder, LinkedProgramTakesTheFirstRootThatApplies) {
     }
     std::string command = "env -i " + expand(c.env) + " " + quoted(dir + "/probe");
     if (*c.chosen) command += " " + quoted(expand(c.chosen));
-    std::string root = *c.root ? real + "/" + c.root : real;
+    std::string root = c.root[0] == '/' ? c.root : *c.root ? real + "/" + c.root : real;
     EXPECT_EQ(output(command), root + "\n") << c.libraryIn << " | " << c.env << " | " << c.chosen;
   }
   // The per-user root and the folder the library acts as lying in, made private.
   EXPECT_EQ(modeOf(t / "home/.local/share/zrkkvl"), 0700);
   EXPECT_EQ(modeOf(t / "home/.local/share/zrkkvl/dlls/Main Functions DLL"), 0700);
   EXPECT_EQ(modeOf(t / "xdg/zrkkvl"), 0700);
+  if (!rootHadDotLocal) {
+    EXPECT_FALSE(exists("/.local")) << "nothing made in /";
+  }
   EXPECT_FALSE(exists(t / "env")) << "a chosen root is not made";
   EXPECT_FALSE(exists(t / "host"));
 }
