@@ -42,11 +42,7 @@ inline constexpr int kVersionMajor = 1, kVersionMinor = 4, kVersionRevision = 1;
 //   4. the per-user root $XDG_DATA_HOME/zrkkvl (default ~/.local/share/zrkkvl), made with mode
 //      0700 on first use.
 // The library then acts as if it lay in ROOT/dlls/Main Functions DLL, where MonitorLog.txt goes
-// (made together with a per-user root). An installed library never writes into its own folder.
-// Chooses the installation root (see ROOT above) for each thread that makes its first instance
-// afterwards; a thread already started keeps the root it has. Empty text forgets the choice.
-ZRK_API void SetRootPath(TextView root);
-
+// (made together with a per-user root). A library installed in a system folder never writes there.
 class ZRK_API clsKVN : public Dispatch {
  public:
   // The first instance on a thread runs the module's start-up (ROOT, the hidden update form,
@@ -220,5 +216,11 @@ class ZRK_API clsKVN : public Dispatch {
   // Opens page hPage of the help file ROOT/hFile. Steps over.
   void ShowHelp(Text hFile, Text hPage);
 };
+
+// Chooses the installation root (ROOT above, after ZRKKVL_ROOT) for the program: call it before
+// the first instance. A thread already started keeps its RootPath (the settings and help it
+// reads); the two logs look their path up at each write and follow the new choice. Empty text
+// forgets the choice.
+ZRK_API void SetRootPath(TextView root);
 
 }  // namespace zrk
