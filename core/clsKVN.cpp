@@ -5,8 +5,13 @@
 #include "core/MethodFrame.h"
 #include "core/mdlKVN.h"
 #include "platform/FileSystemObject.h"
+#include "platform/LibraryFolder.h"
 
 namespace zrk {
+
+void SetRootPath(TextView root) {
+  platform::setHostRoot(Text(root));
+}
 
 clsKVN::clsKVN() {
   mdlKVN::State& s = mdlKVN::state();

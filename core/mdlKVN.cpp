@@ -14,9 +14,6 @@
 namespace zrk::mdlKVN {
 namespace {
 
-// The sub-path of the installation root where the library lies.
-constexpr TextView kLibrarySubPath = u"/dlls/Main Functions DLL";
-
 std::vector<void (*)(State&)>& startupSteps() {
   static std::vector<void (*)(State&)> steps;
   return steps;
@@ -102,7 +99,7 @@ platform::FileSystemObject& SharedFileSystem() {
 }
 
 Text RootPathFromFolder(TextView libraryFolder) {
-  return replaceAll(libraryFolder, kLibrarySubPath, u"");
+  return replaceAll(libraryFolder, platform::kLibrarySubPath, u"");
 }
 
 void Main() {

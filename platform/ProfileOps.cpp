@@ -233,15 +233,16 @@ std::optional<Bytes> keyValue(CachedProfile& p, Bytes section, Bytes key) {
     });
     return value;
   }
-  auto [keys, made] = p.keys.try_emplace(*body);
+  auto [entry, made] = p.keys.try_emplace(*body);
+  auto& keys = entry->second;  // a lambda may not capture a structured binding under clang 14
   if (made) {
     eachKey([&](const Line& l) {
-      keys->second.try_emplace(folded(l.name), l.value);
+      keys.try_emplace(folded(l.name), l.value);
       return true;
     });
   }
-  auto it = keys->second.find(folded(key));
-  if (it != keys->second.end()) value = it->second;
+  auto it = keys.find(folded(key));
+  if (it != keys.end()) value = it->second;
   return value;
 }
 

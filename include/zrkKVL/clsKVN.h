@@ -19,18 +19,30 @@ inline constexpr int kVersionMajor = 1, kVersionMinor = 4, kVersionRevision = 1;
 // empty; by-reference arguments are references to the caller's variables.
 //
 // Each method says how it meets a failure:
-//   Reports:    the failure is trapped and reported (a record in ErrorLog.txt, an error report when
-//               ReportErrors=1 in ROOT/settings/config.ini, and the "DLL Error!" dialog through the
-//               dialog backend); the method then returns what its result held, usually empty text,
-//               an empty Variant, 0 or false. Nothing is thrown.
+//   Reports:    the failure is trapped and reported (a record in ROOT/ErrorLog.txt, an error
+//               report when ReportErrors=1 in ROOT/settings/config.ini, and the "DLL Error!"
+//               dialog through the dialog backend); the method then returns what its result held,
+//               usually empty text, an empty Variant, 0 or false. Nothing is thrown, with one
+//               exception: when the report itself fails before its dialog (the error log cannot
+//               be written, ROOT not writable by the caller; or the method runs after Unload),
+//               no dialog is shown and that failure (70 "Permission denied", 76 "Path not
+//               found", 91 "Object variable or With block variable not set", ...) reaches the
+//               caller as zrk::Failure. A host that may run with an unwritable root catches it.
 //   Silent:     the failure is swallowed without a report; the result is as stated.
 //   Steps over: each statement's failure passes unnoticed and the next statement runs.
 //   Throws:     the failure reaches the caller as zrk::Failure (info().Number, Description), and
 //               nothing is logged or shown.
 // Text is UTF-16. Paths may use "/" or "\", are UTF-8 on disk, and match existing names without
 // regard to case. File contents, zlib strings and process memory cross as Windows-1252, one
-// character per byte. ROOT is the installation root: the folder of libzrkKVL.so with
-// "/dlls/Main Functions DLL" taken out of it.
+// character per byte. ROOT is the installation root, the first of:
+//   1. the environment variable ZRKKVL_ROOT (the tool's --root comes before even that);
+//   2. the root a host chose with SetRootPath before the thread's first instance;
+//   3. the folder of libzrkKVL.so with "/dlls/Main Functions DLL" taken out of it, when that
+//      folder ends in "/dlls/Main Functions DLL" (the main program's own installation tree);
+//   4. the per-user root $XDG_DATA_HOME/zrkkvl (default ~/.local/share/zrkkvl), made with mode
+//      0700 on first use.
+// The library then acts as if it lay in ROOT/dlls/Main Functions DLL, where MonitorLog.txt goes
+// (made together with a per-user root). A library installed in a system folder never writes there.
 class ZRK_API clsKVN : public Dispatch {
  public:
   // The first instance on a thread runs the module's start-up (ROOT, the hidden update form,
@@ -227,5 +239,11 @@ class ZRK_API clsKVN : public Dispatch {
   // Opens page hPage of the help file ROOT/hFile. Steps over.
   void ShowHelp(Text hFile, Text hPage);
 };
+
+// Chooses the installation root (ROOT above, after ZRKKVL_ROOT) for the program: call it before
+// the first instance. A thread already started keeps its RootPath (the settings and help it
+// reads); the two logs look their path up at each write and follow the new choice. Empty text
+// forgets the choice.
+ZRK_API void SetRootPath(TextView root);
 
 }  // namespace zrk

@@ -10,6 +10,7 @@
 #include "compress/ArchiveExtraction.h"
 #include "core/MethodFrame.h"
 #include "files/LoggedFailures.h"
+#include "support/TestSupport.h"
 
 namespace zrk::test {
 namespace {
@@ -214,7 +215,8 @@ class ArchiveReaders : public ReportingTest {
 
 TEST_F(ArchiveReaders, AgreeOnTheFuzzCorpus) {
   size_t seen = 0;
-  for (const auto& e : fs::directory_iterator(ZRK_ARCHIVE_CORPUS)) {
+  for (const auto& e :
+       fs::directory_iterator(builtFile("ZRK_ARCHIVE_CORPUS", ZRK_ARCHIVE_CORPUS))) {
     std::string bytes = readBytes(e.path().string());
     for (int32_t answer : {platform::mb::Yes, platform::mb::No}) {
       EXPECT_TRUE(expectSameOutcome(bytes, "a.arc", answer, e.path().filename().string(),

@@ -65,7 +65,8 @@ bool canRunAsNobody() {
 }
 
 ToolRun runToolAsNobody(const std::vector<std::string>& args) {
-  std::vector<std::string> argv{"/usr/sbin/runuser", "-u", "nobody", "--", ZRK_TOOL_FILE};
+  std::vector<std::string> argv{"/usr/sbin/runuser", "-u", "nobody", "--",
+                                reachableByAll(ZRK_TOOL_FILE)};
   argv.insert(argv.end(), args.begin(), args.end());
   return spawn(argv, "");
 }

@@ -40,26 +40,6 @@ TEST(RootPath, RemovesEveryOccurrenceOfTheInstalledSubPathWithCase) {
     EXPECT_EQ(mdlKVN::RootPathFromFolder(c.folder), c.root);
 }
 
-// The real library, copied into an installation tree, derives its root from where it lies.
-TEST(RootPath, CopiedLibraryFindsItsRoot) {
-  TempDir t;
-  for (const char* sub : {"dlls/Main Functions DLL", "DLLS/Main Functions DLL"}) {
-    std::string dir = t / sub;
-    makeDir(dir);
-    std::filesystem::copy_file(ZRK_LIBRARY_FILE, dir + "/libzrkKVL.so.1");
-    std::filesystem::copy_file(ZRK_PROBE_FILE, dir + "/probe");
-    FILE* p = ::popen(("'" + dir + "/probe'").c_str(), "r");
-    ASSERT_NE(p, nullptr);
-    char buf[4096] = {};
-    size_t n = std::fread(buf, 1, sizeof buf - 1, p);
-    ::pclose(p);
-    std::string out(buf, n);
-    std::string real = std::filesystem::canonical(t.path()).string();
-    std::string expected = std::string(sub).starts_with("dlls") ? real : real + "/" + sub;
-    EXPECT_EQ(out, expected + "\n");
-  }
-}
-
 TEST_F(Library, ReqFoldersMakesTheTreeAndDropsUpdates) {
   makeDir(root / "updates/sub");
   writeBytes(root / "updates/sub/x.txt", "x");

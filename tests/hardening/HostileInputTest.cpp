@@ -21,7 +21,8 @@ struct ToolRun {
 
 // Runs the tool with its input at end of file and its output discarded.
 ToolRun runTool(const std::vector<std::string>& args) {
-  std::vector<char*> argv{const_cast<char*>(ZRK_TOOL_FILE)};
+  const std::string tool = builtFile("ZRK_TOOL_FILE", ZRK_TOOL_FILE);
+  std::vector<char*> argv{const_cast<char*>(tool.c_str())};
   for (const auto& a : args)
     argv.push_back(const_cast<char*>(a.c_str()));
   argv.push_back(nullptr);
@@ -31,7 +32,7 @@ ToolRun runTool(const std::vector<std::string>& args) {
     posix_spawn_file_actions_addopen(&files, fd, "/dev/null", fd ? O_WRONLY : O_RDONLY, 0);
   pid_t pid = -1;
   ToolRun run;
-  if (posix_spawn(&pid, ZRK_TOOL_FILE, &files, nullptr, argv.data(), environ) == 0) {
+  if (posix_spawn(&pid, tool.c_str(), &files, nullptr, argv.data(), environ) == 0) {
     int status = 0;
     rusage usage{};
     ::wait4(pid, &status, 0, &usage);

@@ -103,9 +103,10 @@ TEST_F(UnattendedTool, DeclinesToWriteDamagedRecords) {
   std::string length = std::to_string(record.size());
   writeBytes(dir / "d.zrk",
              "ZRKArch\x10" + std::to_string(length.size()) + length + "\x10" + record);
-  std::string command = "env -u DISPLAY -u WAYLAND_DISPLAY '" + std::string(ZRK_TOOL_FILE) +
-                        "' --root '" + dir.path() + "' archive extract '" + dir / "d.zrk" + "' '" +
-                        dir / "out" + "' </dev/null 2>'" + dir / "stderr" + "'";
+  std::string command = "env -u DISPLAY -u WAYLAND_DISPLAY '" +
+                        builtFile("ZRK_TOOL_FILE", ZRK_TOOL_FILE) + "' --root '" + dir.path() +
+                        "' archive extract '" + dir / "d.zrk" + "' '" + dir / "out" +
+                        "' </dev/null 2>'" + dir / "stderr" + "'";
   int status = std::system(command.c_str());
   ASSERT_TRUE(WIFEXITED(status));
   EXPECT_EQ(entriesOf(dir / "out"), std::set<std::string>{});

@@ -27,8 +27,9 @@ struct ToolRun {
 ToolRun tool(const std::string& args, const std::string& prefix = "") {
   TempDir scratch;
   std::string errFile = scratch / "stderr";
-  std::string command =
-      prefix + " " + std::string(ZRK_TOOL_FILE) + " " + args + " 2>'" + errFile + "'";
+  std::string command = prefix + " " +
+                        (prefix.empty() ? ZRK_TOOL_FILE : reachableByAll(ZRK_TOOL_FILE)) + " " +
+                        args + " 2>'" + errFile + "'";
   FILE* p = ::popen(command.c_str(), "r");
   std::string out;
   char buf[256];

@@ -1,5 +1,6 @@
-// Prints the installation root the library derives from where it was loaded, through the public
-// interface only: a help file is opened below the root, and the backend sees its full path.
+// Prints the installation root the library derives, through the public interface only: a help
+// file is opened below the root, and the backend sees its full path. An argument is a root the
+// program chooses with SetRootPath first.
 #include <cstdio>
 #include <memory>
 
@@ -17,7 +18,8 @@ class HelpPath : public zrk::platform::DialogBackend {
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
+  if (argc > 1) zrk::SetRootPath(zrk::fromUtf8(argv[1]));
   auto help = std::make_shared<HelpPath>();
   zrk::platform::setDialogBackend(help);
   zrk::clsKVN kvn;

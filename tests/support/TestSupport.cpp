@@ -11,6 +11,8 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <mutex>
 #include <sstream>
 #include <thread>
 
@@ -93,6 +95,50 @@ Text bytes(std::string_view b) {
 }
 std::string ansi(const Text& t) {
   return platform::toAnsi(t);
+}
+
+std::string builtFile(const char* name, const char* compiled) {
+  const char* set = std::getenv(name);
+  return set && *set ? set : compiled;
+}
+
+namespace {
+
+// Whether every folder above `path` lets other accounts through and the file lets them run it.
+bool othersReach(const std::filesystem::path& path) {
+  struct stat st {};
+  if (::stat(path.c_str(), &st) != 0 || !(st.st_mode & S_IXOTH)) return false;
+  for (auto p = path.parent_path(); !p.empty(); p = p.parent_path()) {
+    if (::stat(p.c_str(), &st) != 0 || !(st.st_mode & S_IXOTH)) return false;
+    if (p == p.root_path()) break;
+  }
+  return true;
+}
+
+// Copies kept for the whole run, in one folder that goes with the process.
+struct SharedCopies {
+  std::mutex mutex;
+  std::unique_ptr<TempDir> dir;
+  std::map<std::string, std::string> copies;
+};
+
+}  // namespace
+
+std::string reachableByAll(const std::string& path) {
+  if (othersReach(path)) return path;
+  static SharedCopies shared;
+  std::lock_guard lock(shared.mutex);
+  auto& copy = shared.copies[path];
+  if (copy.empty()) {
+    if (!shared.dir) {
+      shared.dir = std::make_unique<TempDir>();
+      std::filesystem::permissions(shared.dir->path(), std::filesystem::perms(0755));
+    }
+    copy = *shared.dir / std::to_string(shared.copies.size()) + "-" +
+           std::filesystem::path(path).filename().string();
+    std::filesystem::copy_file(path, copy);
+  }
+  return copy;
 }
 
 void LibraryTest::SetUp() {

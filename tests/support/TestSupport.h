@@ -41,6 +41,13 @@ void makeUnopenableFile(const std::string& path);
 // that what is read of the file now is kept by the INI cache.
 void waitTillStampsLieBehind(const std::string& path);
 
+// A file of the build or source tree: the copy the environment variable `name` points to when
+// set (an unprivileged run passes copies it may reach), else `compiled`, where the build put it.
+std::string builtFile(const char* name, const char* compiled);
+// `path`, or a copy of it in a folder every account may enter when some folder above it keeps
+// other accounts out (a clone in a private folder): what a test runs as another user.
+std::string reachableByAll(const std::string& path);
+
 inline Text T(const std::string& s) {
   return fromUtf8(s);
 }
