@@ -37,7 +37,8 @@ bool readWhole(std::optional<platform::FileImage>& file, const Text& archiveName
 
 }  // namespace
 
-std::optional<bool> extractFromBytes(const Text& archiveName, const std::optional<Text>& diffDir) {
+std::optional<bool> extractFromBytes(const Text& archiveName, const std::optional<Text>& diffDir,
+                                     const MemberRules& rules) {
   std::optional<platform::FileImage> file;
   if (!readWhole(file, archiveName)) return std::nullopt;
   const std::string_view image = trimBlanks(file->bytes());
@@ -48,7 +49,7 @@ std::optional<bool> extractFromBytes(const Text& archiveName, const std::optiona
   const std::string_view lengths = mid(image, p1, p2 - p1);
   const std::string_view records = mid(image, p2 + 1, int64_t(image.size()));
 
-  MemberOutput out(archiveName, diffDir);
+  MemberOutput out(archiveName, diffDir, rules);
   compression::WorkBuffer buffer;
   int64_t recordPos = 1;
   const int64_t listLength = int64_t(lengths.size());
@@ -79,7 +80,7 @@ std::optional<bool> extractFromBytes(const Text& archiveName, const std::optiona
     if (recordPos > std::numeric_limits<int32_t>::max()) throw Failure(err::Overflow);
     i += digits + 1;
   }
-  out.finish();
+  out.flush();
   return true;
 }
 

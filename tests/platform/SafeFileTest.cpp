@@ -10,10 +10,13 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <algorithm>
 #include <functional>
+#include <random>
 #include <set>
 
 #include <zrkKVL/Failure.h>
+#include "platform/BinaryFile.h"
 #include "platform/ExtractionFolder.h"
 #include "platform/FileIO.h"
 #include "platform/ProfileOps.h"
@@ -177,14 +180,15 @@ TEST(FileRules, NamesUpToTheFileSystemLimitAreWritten) {
   EXPECT_EQ(entriesOf(d.path()).size(), 3u);
 }
 
-// Where the file system has no unnamed files, a short temporary name of the file's own takes
-// their place, with the same results and nothing left behind.
+// Where the file system has no unnamed files, a random temporary name made exclusively takes
+// their place, with the same results and nothing left behind; a user's file that bears a name
+// the library once used stays as it is.
 TEST(FileRules, WithoutUnnamedFilesATemporaryNameServes) {
   faults::Scope scope;
   TempDir d;
   writeBytes(d / "old", "old");
   ::chmod((d / "old").c_str(), 0640);
-  writeBytes(d / ".~zrk.old", "left by a killed writer");
+  writeBytes(d / ".~zrk.old", "a user's own file");
   mode_t mask = ::umask(027);
   for (const char* name : {"old", "new"}) {
     faults::add({faults::Call::OpenWrite, d / name, EOPNOTSUPP, 0, 1});
@@ -194,12 +198,14 @@ TEST(FileRules, WithoutUnnamedFilesATemporaryNameServes) {
   ::umask(mask);
   EXPECT_EQ(statOf(d / "old").st_mode & 07777, 0640u);
   EXPECT_EQ(statOf(d / "new").st_mode & 07777, 0640u);
-  EXPECT_EQ(entriesOf(d.path()), (std::set<std::string>{"new", "old"}));
+  const std::set<std::string> all = {".~zrk.old", "new", "old"};
+  EXPECT_EQ(entriesOf(d.path()), all);
   faults::add({faults::Call::OpenWrite, d / "old", EOPNOTSUPP, 0, 1});
   faults::diskFull(d / "old");
   EXPECT_EQ(failureOf([&] { writeFileWhole(d / "old", "lost"); }), err::DiskFull);
   EXPECT_EQ(readBytes(d / "old"), "content of old");
-  EXPECT_EQ(entriesOf(d.path()), (std::set<std::string>{"new", "old"}));
+  EXPECT_EQ(entriesOf(d.path()), all);
+  EXPECT_EQ(readBytes(d / ".~zrk.old"), "a user's own file");
 }
 
 TEST(FileRules, AnUnclosedOutputKeepsTheOldContent) {
@@ -267,10 +273,185 @@ TEST(FileRules, AKilledWriterLeavesOneWholeVersionAndNoTemporary) {
     std::string now = readBytes(path);
     EXPECT_TRUE(now == a || now == b) << "round " << round << ": " << now.size() << " bytes";
     std::set<std::string> entries = entriesOf(d.path());
-    entries.erase(".~zrk.f");  // killed between its link and its rename: the next write takes it
+    // Killed between its link and its rename: a random name of the library's own, which no
+    // later write mistakes for anything.
+    std::erase_if(entries, [](const std::string& e) { return e.rfind(".zrk-tmp-", 0) == 0; });
     EXPECT_EQ(entries, std::set<std::string>{"f"}) << "round " << round;
   }
-  writeFileWhole(path, "last");
+}
+
+// Every whole-file writer, over a folder that holds a user's entries of every name the library
+// once used for itself: they are never removed, replaced or in the way, and nothing else is left.
+TEST(FileRules, TemporariesAreTheLibrarysAlone) {
+  TempDir d;
+  writeBytes(d / ".~zrk.f", "a user's file");
+  test::makeDir(d / ".~zrk.g");
+  writeBytes(d / ".~zrk.g/inside", "kept");
+  ASSERT_EQ(::symlink("f", (d / ".~zrk.h").c_str()), 0);
+  const std::set<std::string> users = {".~zrk.f", ".~zrk.g", ".~zrk.h"};
+  for (const Writer& w : wholeFileWriters()) {
+    for (const char* name : {"f", "g", "h"}) {
+      w.write(d / name, std::string("first ") + name);
+      w.write(d / name, std::string("second ") + name);
+      EXPECT_EQ(readBytes(d / name), std::string("second ") + name) << w.name;
+    }
+  }
+  {
+    ExtractionFolder out(T(d.path()));
+    for (const char* name : {"f", ".~zrk.f2", "g"})
+      out.writeFile(T(name), std::string("member ") + name);
+    EXPECT_TRUE(out.flush().empty());
+  }
+  EXPECT_EQ(readBytes(d / ".~zrk.f"), "a user's file");
+  EXPECT_EQ(readBytes(d / ".~zrk.g/inside"), "kept");
+  EXPECT_EQ(readBytes(d / ".~zrk.f2"), "member .~zrk.f2");
+  EXPECT_EQ(readBytes(d / "g"), "member g");
+  char target[8] = {};
+  EXPECT_EQ(::readlink((d / ".~zrk.h").c_str(), target, sizeof target - 1), 1);
+  std::set<std::string> all = users;
+  all.insert({"f", "g", "h", ".~zrk.f2"});
+  EXPECT_EQ(entriesOf(d.path()), all);
+}
+
+// A FIFO, a socket or a device where a file is written is refused with 75 at once: no writer
+// waits for a reader, and the special file stays what it was.
+TEST(FileRules, OnlyRegularFilesAreWritten) {
+  TempDir d;
+  ASSERT_EQ(::mkfifo((d / "fifo").c_str(), 0600), 0);
+  test::makeUnopenableFile(d / "socket");
+  ASSERT_EQ(::symlink("/dev/null", (d / "null").c_str()), 0);
+  ::alarm(30);  // a writer that blocks ends the test instead of hanging it
+  for (const char* name : {"fifo", "socket", "null"}) {
+    std::string path = d / name;
+    for (const Writer& w : wholeFileWriters())
+      EXPECT_EQ(failureOf([&] { w.write(path, "x"); }), err::PathFileAccessError) << name;
+    EXPECT_EQ(failureOf([&] { OutputFile out(T(path), OutputFile::Mode::Append); }),
+              err::PathFileAccessError)
+        << name;
+    EXPECT_EQ(failureOf([&] { BinaryFile file(T(path)); }), err::PathFileAccessError) << name;
+  }
+  {
+    ExtractionFolder out(T(d.path()));
+    EXPECT_EQ(failureOf([&] { out.writeFile(u"fifo", "x"); }), err::PathFileAccessError);
+  }
+  ::alarm(0);
+  EXPECT_TRUE(S_ISFIFO(statOf(d / "fifo").st_mode));
+  EXPECT_TRUE(S_ISSOCK(statOf(d / "socket").st_mode));
+  EXPECT_TRUE(S_ISLNK(statOf(d / "null").st_mode));
+}
+
+// The recovery folder of a test of its own, for the in-place rewrites.
+class InPlace : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ::setenv("XDG_STATE_HOME", state.path().c_str(), 1);
+    writeBytes(dir / "f", old);
+    ASSERT_EQ(::link((dir / "f").c_str(), (dir / "link").c_str()), 0);
+  }
+  void TearDown() override { ::unsetenv("XDG_STATE_HOME"); }
+  std::vector<std::string> copies() const {
+    std::vector<std::string> all;
+    std::string folder = state / "zrkkvl/recovery";
+    if (!test::exists(folder)) return all;
+    for (const auto& e : std::filesystem::directory_iterator(folder))
+      all.push_back(readBytes(e.path()));
+    return all;
+  }
+  TempDir state, dir;
+  const std::string old = std::string(64 * 1024, 'o');
+};
+
+// A failure at any step of an in-place rewrite puts the old content back and leaves no copy;
+// the hard link stays.
+TEST_F(InPlace, AFailedRewriteKeepsTheOldContentAndTheLinks) {
+  faults::Scope scope;
+  struct Case {
+    faults::Call call;
+    int error;
+    int32_t number;
+  } cases[] = {
+      {faults::Call::Write, ENOSPC, err::DiskFull},
+      {faults::Call::Write, EIO, err::DeviceIOError},
+      {faults::Call::OpenWrite, EACCES, err::PermissionDenied},
+  };
+  for (const Case& c : cases) {
+    faults::add({c.call, dir / "f", c.error});
+    EXPECT_EQ(failureOf([&] { writeFileWhole(dir / "f", std::string(200 * 1024, 'n')); }),
+              c.number);
+    faults::clear();
+    EXPECT_TRUE(readBytes(dir / "f") == old) << c.number;
+    EXPECT_EQ(statOf(dir / "f").st_ino, statOf(dir / "link").st_ino);
+    EXPECT_TRUE(copies().empty()) << c.number;
+  }
+  writeFileWhole(dir / "f", "new");
+  EXPECT_EQ(readBytes(dir / "link"), "new");
+  EXPECT_TRUE(copies().empty());
+}
+
+// A recovery folder that cannot be made refuses the rewrite before the file changes.
+TEST_F(InPlace, WithoutARecoveryFolderTheFileStaysAsItWas) {
+  writeBytes(state / "zrkkvl", "a file where the folder would go");
+  EXPECT_NE(failureOf([&] { writeFileWhole(dir / "f", "new"); }), 0);
+  EXPECT_EQ(readBytes(dir / "f"), old);
+}
+
+// A writer killed at any moment of an in-place rewrite leaves the file old or new, whole, or
+// torn with its old content whole in the recovery folder.
+TEST_F(InPlace, AKilledRewriteLeavesTheOldContentRecoverable) {
+  const std::string a(3 << 20, 'a'), b(2 << 20, 'b');
+  writeFileWhole(dir / "f", a);
+  std::mt19937 random(11);
+  int torn = 0;
+  for (int round = 0; round < 30; ++round) {
+    pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      for (int i = 0;; ++i)
+        writeFileWhole(dir / "f", i % 2 ? a : b);
+    }
+    ::usleep(useconds_t(1000 + random() % 40000));
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+    std::string now = readBytes(dir / "link");
+    if (now != a && now != b) {
+      ++torn;
+      std::vector<std::string> kept = copies();
+      EXPECT_TRUE(std::count(kept.begin(), kept.end(), a) + std::count(kept.begin(), kept.end(), b))
+          << "round " << round << ": a torn file and no whole copy of its old content";
+    }
+    EXPECT_EQ(statOf(dir / "f").st_ino, statOf(dir / "link").st_ino);
+  }
+  for (const std::string& copy : copies())
+    EXPECT_TRUE(copy == a || copy == b || copy.size() < a.size()) << copy.size();
+  RecordProperty("torn", torn);
+}
+
+// An append that fails leaves the file at the length it had, without part of a line.
+TEST_F(FullDisk, AFailedAppendLeavesTheOldLength) {
+  writeBytes(dir / "log", "line 1\r\n");
+  writeBytes(dir / "filler", std::string(40 * 1024, 'f'));
+  OutputFile out(T(dir / "log"), OutputFile::Mode::Append);
+  std::string big(64 * 1024, 'x');
+  EXPECT_EQ(failureOf([&] {
+              out.writeBytes(big);
+              out.close();
+            }),
+            err::DiskFull);
+  EXPECT_EQ(readBytes(dir / "log"), "line 1\r\n");
+}
+
+// A failed write is counted for callers whose operation gives no sign of it.
+TEST(FileRules, FailedWritesAreCounted) {
+  faults::Scope scope;
+  TempDir d;
+  WriteFailures before = writeFailuresOnThisThread();
+  writeFileWhole(d / "f", "x");
+  EXPECT_EQ(writeFailuresOnThisThread().count, before.count);
+  faults::add({faults::Call::Rename, d / "f", EIO});
+  EXPECT_FALSE(replaceFileAtomically(d / "f", "y"));
+  EXPECT_EQ(writeFailuresOnThisThread().count, before.count + 1);
+  EXPECT_EQ(writeFailuresOnThisThread().lastError, EIO);
+  EXPECT_EQ(readBytes(d / "f"), "x");
   EXPECT_EQ(entriesOf(d.path()), std::set<std::string>{"f"});
 }
 
