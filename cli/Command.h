@@ -81,7 +81,14 @@ void printPath(TextView path);
 // A yes/no answer: prints "yes" or "no" and gives the exit code, 0 for yes.
 int answer(bool yes);
 
-// "'path'" for messages.
+// "'path'" for messages, as shown() shows it.
 std::string quotePath(TextView path);
+
+// Text as the tool prints names and messages: UTF-8, with each control character (U+0000 to
+// U+001F, U+007F to U+009F) and each byte that is not UTF-8 written as \xNN, so that no escape
+// sequence a file or member name holds reaches the terminal raw. Values keep their bytes.
+std::string shown(TextView text);
+// A message on standard error, "zrkkvl: " + message; each of its lines is shown as above.
+void printError(const std::string& message);
 
 }  // namespace zrk::cli

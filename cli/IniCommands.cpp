@@ -76,7 +76,8 @@ int set(Context& c) {
   Text value = valueArg(c, 3, "VALUE");
   FileStamp before = stampOf(file);
   c.kvn.WriteIniKey(sect, key, value, file);
-  if (stampOf(file) == before && c.kvn.GetIniKey(sect, key, file) != asRead(value)) {
+  if (writeFailedSince(before) ||
+      (stampOf(file) == before && c.kvn.GetIniKey(sect, key, file) != asRead(value))) {
     failWrite("ini set", file);
   }
   return 0;
