@@ -10,6 +10,7 @@
 #include "ToolRun.h"
 #include "cli/Command.h"
 #include "cli/CommandLine.h"
+#include "platform/SysCalls.h"
 #include "support/TestSupport.h"
 
 namespace zrk::test {
@@ -184,6 +185,38 @@ TEST(ToolFileRules, EveryCommandSurvivesPathsTheSystemRefuses) {
     }
   }
   ::chmod((dir / "closed").c_str(), 0755);
+}
+
+// An INI edit that fails at its last step (an I/O error while a hard-linked file is rewritten in
+// place) leaves the file as it was and the command exits 1, though the file's stamp changed.
+class ToolWrites : public LibraryTest {
+ protected:
+  void SetUp() override {
+    LibraryTest::SetUp();
+    ::setenv("XDG_STATE_HOME", (root / "state").c_str(), 1);  // the recovery folder
+  }
+  void TearDown() override {
+    ::unsetenv("XDG_STATE_HOME");
+    LibraryTest::TearDown();
+  }
+};
+
+TEST_F(ToolWrites, IniSetFailsAfterAFailedLastStep) {
+  platform::faults::Scope scope;
+  std::string ini = root / "s.ini";
+  writeBytes(ini, "[S]\r\nk=old\r\n");
+  ASSERT_EQ(::link(ini.c_str(), (root / "link.ini").c_str()), 0);
+  platform::faults::add({platform::faults::Call::Write, ini, EIO});
+  try {
+    cli::runWords(*kvn, Text(), {"ini", "set", ini, "S", "k", "new"});
+    FAIL() << "no failure";
+  } catch (const cli::ToolError& e) {
+    EXPECT_NE(e.message.find("cannot write '" + ini + "'"), std::string::npos) << e.message;
+  }
+  EXPECT_EQ(readBytes(root / "link.ini"), "[S]\r\nk=old\r\n");
+  platform::faults::clear();
+  EXPECT_EQ(cli::runWords(*kvn, Text(), {"ini", "set", ini, "S", "k", "new"}), 0);
+  EXPECT_EQ(readBytes(root / "link.ini"), "[S]\r\nk=new\r\n");
 }
 
 }  // namespace
