@@ -42,7 +42,8 @@ const CommandRegistrar kBini{
     {"bini", "pack", "FILE [TYPE]",
      "pack a text file into FILE with .bTYPE, deleting the plain file", pack},
     {"bini", "unpack", "FILE [TYPE]", "unpack a packed file beside itself", unpack},
-    {"bini", "test", "FILE", "whether FILE carries the magic BINI: yes (exit 0) or no (exit 1); a missing FILE is named",
+    {"bini", "test", "FILE",
+     "whether FILE carries the magic BINI: yes (exit 0) or no (exit 1); a missing FILE is named",
      test},
 };
 

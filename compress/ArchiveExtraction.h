@@ -36,7 +36,7 @@ bool extract(clsKVN& kvn, const Text& archiveName, const std::optional<Text>& di
 std::optional<bool> extractFromBytes(const Text& archiveName, const std::optional<Text>& diffDir,
                                      const MemberRules& rules = {});
 
-bool extractFromNumberText(clsKVN& kvn, const Text& archiveName,
-                           const std::optional<Text>& diffDir, const MemberRules& rules = {});
+bool extractFromNumberText(clsKVN& kvn, const Text& archiveName, const std::optional<Text>& diffDir,
+                           const MemberRules& rules = {});
 
 }  // namespace zrk::archive

@@ -26,8 +26,8 @@ std::string withLineEnd(TextView text) {
 
 }  // namespace
 
-bool extractFromNumberText(clsKVN& kvn, const Text& archiveName,
-                           const std::optional<Text>& diffDir, const MemberRules& rules) {
+bool extractFromNumberText(clsKVN& kvn, const Text& archiveName, const std::optional<Text>& diffDir,
+                           const MemberRules& rules) {
   Text image = readImage(kvn, archiveName);
 
   // The magic is skipped unread: the list lies between the first two separators.

@@ -43,7 +43,7 @@ class ExtractionFolder {
   // Puts every written file in place; gives the names that could not be, with their failures.
   std::vector<std::pair<Text, Failure>> flush();
 
-  static constexpr size_t kBatchFiles = 64;              // files waiting at most
+  static constexpr size_t kBatchFiles = 64;                // files waiting at most
   static constexpr size_t kBatchBytes = size_t(16) << 20;  // bytes waiting at most
 
  private:

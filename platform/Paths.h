@@ -25,8 +25,9 @@ std::string nativeName(TextView name);
 // The text of a name the system gives (a folder's entry, a process's executable); never fails.
 Text textOfNativeName(std::string_view native);
 
-// The native (UTF-8) path for `path`, through nativeName. Each component that does not exist as written resolves to
-// an existing entry of its folder that differs only in case; the rest stays as written.
+// The native (UTF-8) path for `path`, through nativeName. Each component that does not exist as
+// written resolves to an existing entry of its folder that differs only in case; the rest stays as
+// written.
 std::string nativePath(TextView path);
 
 // A caller's path resolved once together with what stat (links followed) says of it, so that a

@@ -11,9 +11,9 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <fstream>
 #include <cstdlib>
 #include <ctime>
+#include <fstream>
 #include <memory>
 
 #include <zrkKVL/Failure.h>
@@ -133,8 +133,8 @@ class RecoveryCopy {
     std::string base = fileName.substr(0, 200);
     for (int tries = 0; fd_ < 0 && tries < kNameTries; ++tries) {
       name_ = base + randomTemporaryName();
-      fd_ = ::openat(dirFd_, name_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                     0600);
+      fd_ =
+          ::openat(dirFd_, name_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
       if (fd_ < 0 && errno != EEXIST) break;
     }
     if (fd_ < 0) {
@@ -167,9 +167,7 @@ class RecoveryCopy {
     }
   }
 
-  void remove() {
-    ::unlinkat(dirFd_, name_.c_str(), 0);
-  }
+  void remove() { ::unlinkat(dirFd_, name_.c_str(), 0); }
 
  private:
   int dirFd_ = -1;

@@ -31,7 +31,8 @@ Variant elements(int count, int damagedAt = -1, size_t size = 100) {
       continue;
     }
     Text name = u"member-" + decimal(i) + u".txt";
-    all.push_back(decimal(int64_t(name.size())) + u"|" + name + Text(size, char16_t(u'a' + i % 26)));
+    all.push_back(decimal(int64_t(name.size())) + u"|" + name +
+                  Text(size, char16_t(u'a' + i % 26)));
   }
   return Variant::textArray(std::move(all));
 }
@@ -157,8 +158,7 @@ TEST_F(ExtractionOnDisk, ExtractionsIntoOneFolderAtOnceReportNothing) {
 TEST_F(ExtractionOnDisk, MembersNamedLikeTemporariesAreMembers) {
   writeBytes(root / "out/.~zrk.c.txt", "a user's file");
   Variant members = Variant::textArray({u"11|.~zrk.b.txtfirst", u"5|b.txtsecond",
-                                        u"25|.zrk-tmp-0123456789abcdefthird",
-                                        u"6|.~zrk.fourth"});
+                                        u"25|.zrk-tmp-0123456789abcdefthird", u"6|.~zrk.fourth"});
   ASSERT_TRUE(kvn->MakeArchive(members, root.text("t.zrk")));
   ASSERT_TRUE(kvn->ExtractArchive(root.text("t.zrk"), root.text("out")));
   EXPECT_EQ(readBytes(root / "out/.~zrk.b.txt"), "first\r\n");
@@ -166,9 +166,8 @@ TEST_F(ExtractionOnDisk, MembersNamedLikeTemporariesAreMembers) {
   EXPECT_EQ(readBytes(root / "out/.zrk-tmp-0123456789abcdef"), "third\r\n");
   EXPECT_EQ(readBytes(root / "out/.~zrk."), "fourth\r\n");
   EXPECT_EQ(readBytes(root / "out/.~zrk.c.txt"), "a user's file");
-  EXPECT_EQ(entriesOf(root / "out"),
-            (std::set<std::string>{".~zrk.", ".~zrk.b.txt", ".~zrk.c.txt", ".zrk-tmp-0123456789abcdef",
-                                   "b.txt"}));
+  EXPECT_EQ(entriesOf(root / "out"), (std::set<std::string>{".~zrk.", ".~zrk.b.txt", ".~zrk.c.txt",
+                                                            ".zrk-tmp-0123456789abcdef", "b.txt"}));
   EXPECT_EQ(failureCount(), 0u);
 }
 

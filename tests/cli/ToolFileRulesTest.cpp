@@ -178,8 +178,8 @@ TEST(ToolFileRules, EveryCommandSurvivesPathsTheSystemRefuses) {
         if (nobody && !asNobody) continue;
         ToolRun r = nobody ? runToolAsNobody(args) : runTool(args);
         EXPECT_TRUE(r.code >= 0 && r.code <= 2)
-            << name << (nobody ? " as nobody " : " ") << path.substr(0, 80) << ": " << r.code
-            << " " << r.err.substr(0, 300);
+            << name << (nobody ? " as nobody " : " ") << path.substr(0, 80) << ": " << r.code << " "
+            << r.err.substr(0, 300);
         EXPECT_EQ(r.err.find("terminate"), std::string::npos) << name << r.err.substr(0, 300);
       }
     }

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <functional>
 #include <thread>
 
@@ -54,14 +55,43 @@ TEST(FileBytes, OnlyRegularFilesAreReadAndNothingBlocks) {
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
   test::makeUnopenableFile(d / "socket");
   ASSERT_EQ(::symlink("/dev/zero", (d / "zero-link").c_str()), 0);
-  for (const std::string& path : {fifo, d / "socket", std::string("/dev/zero"), d / "zero-link",
-                                  std::string("/dev/null")}) {
+  for (const std::string& path :
+       {fifo, d / "socket", std::string("/dev/zero"), d / "zero-link", std::string("/dev/null")}) {
     EXPECT_EQ(test::failureOf([&] { readNativeBytes(path); }), err::PathFileAccessError) << path;
-    EXPECT_EQ(test::failureOf([&] { FileImage image(T(path)); }), err::PathFileAccessError)
-        << path;
+    EXPECT_EQ(test::failureOf([&] { FileImage image(T(path)); }), err::PathFileAccessError) << path;
     EXPECT_EQ(test::failureOf([&] { TextInputFile lines(T(path)); }), err::PathFileAccessError)
         << path;
   }
+}
+
+// A FIFO swapped with the file again and again while it is read: each read gives the file's
+// content or failure 75, and none blocks.
+TEST(FileBytes, AFifoSwappedInIsRefusedWithoutBlocking) {
+  TempDir d;
+  std::string file = d / "f", fifo = d / "p";
+  test::writeBytes(file, "content");
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  std::atomic<bool> stop{false};
+  std::thread swapper([&] {
+    while (!stop)
+      ::renameat2(AT_FDCWD, file.c_str(), AT_FDCWD, fifo.c_str(), RENAME_EXCHANGE);
+  });
+  ::alarm(60);  // a read that blocks ends the test instead of hanging it
+  int refused = 0;
+  for (int i = 0; i < 3000; ++i) {
+    std::string got;
+    int32_t number = test::failureOf([&] { got = readNativeBytes(file); });
+    if (number) {
+      EXPECT_EQ(number, err::PathFileAccessError);
+      ++refused;
+    } else {
+      EXPECT_EQ(got, "content");
+    }
+  }
+  stop = true;
+  swapper.join();
+  ::alarm(0);
+  RecordProperty("refused", refused);
 }
 
 TEST(FileBytes, GivenBackPagesLeaveTheRestIntact) {

@@ -111,10 +111,8 @@ TEST(NativeNames, NamesTheSystemCannotTakeAreBadNames) {
               err::BadFileNameOrNumber);
     EXPECT_EQ(failureOf([&] { OutputFile out(name, OutputFile::Mode::Append); }),
               err::BadFileNameOrNumber);
-    EXPECT_EQ(failureOf([&] { FileSystemObject().FileExists(name); }),
-              err::BadFileNameOrNumber);
-    EXPECT_EQ(failureOf([&] { FileSystemObject().CreateFolder(name); }),
-              err::BadFileNameOrNumber);
+    EXPECT_EQ(failureOf([&] { FileSystemObject().FileExists(name); }), err::BadFileNameOrNumber);
+    EXPECT_EQ(failureOf([&] { FileSystemObject().CreateFolder(name); }), err::BadFileNameOrNumber);
   }
   EXPECT_EQ(test::readBytes(d / "victim"), "old");
   EXPECT_EQ(test::readBytes(d / "caf\xc3\xa9"), "old");

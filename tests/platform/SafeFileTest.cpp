@@ -9,8 +9,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <algorithm>
+#include <filesystem>
 #include <functional>
 #include <random>
 #include <set>
@@ -388,6 +388,19 @@ TEST_F(InPlace, AFailedRewriteKeepsTheOldContentAndTheLinks) {
   EXPECT_TRUE(copies().empty());
 }
 
+// A folder that takes no new file still lets a writable file in it be rewritten, in place.
+TEST_F(InPlace, AFolderThatTakesNoNewFileIsRewrittenInPlace) {
+  if (::geteuid() == 0) GTEST_SKIP() << "root writes every folder";
+  writeBytes(dir / "g", "old g");
+  ::chmod(dir.path().c_str(), 0555);
+  writeFileWhole(dir / "g", "new g");
+  EXPECT_EQ(failureOf([&] { writeFileWhole(dir / "h", "new h"); }), err::PermissionDenied);
+  ::chmod(dir.path().c_str(), 0755);
+  EXPECT_EQ(readBytes(dir / "g"), "new g");
+  EXPECT_EQ(entriesOf(dir.path()), (std::set<std::string>{"f", "g", "link"}));
+  EXPECT_TRUE(copies().empty());
+}
+
 // A recovery folder that cannot be made refuses the rewrite before the file changes.
 TEST_F(InPlace, WithoutARecoveryFolderTheFileStaysAsItWas) {
   writeBytes(state / "zrkkvl", "a file where the folder would go");
@@ -424,6 +437,32 @@ TEST_F(InPlace, AKilledRewriteLeavesTheOldContentRecoverable) {
   for (const std::string& copy : copies())
     EXPECT_TRUE(copy == a || copy == b || copy.size() < a.size()) << copy.size();
   RecordProperty("torn", torn);
+}
+
+// Members that do not fit are reported one by one; those that fit are whole, and nothing else
+// is left on the full disk.
+TEST_F(FullDisk, ExtractionKeepsEveryMemberWholeOrAbsent) {
+  std::vector<std::string> failedNames;
+  {
+    ExtractionFolder out(T(dir.path()));
+    for (int i = 0; i < 10; ++i) {
+      std::string name = "m" + std::to_string(i);
+      try {
+        out.writeFile(T(name), std::string(12 * 1024, char('a' + i)));
+      } catch (const Failure& f) {
+        EXPECT_EQ(f.number(), err::DiskFull) << name;
+        failedNames.push_back(name);
+      }
+    }
+    for (auto& [name, failure] : out.flush())
+      failedNames.push_back(toUtf8(name));
+  }
+  EXPECT_FALSE(failedNames.empty());
+  for (const std::string& e : entriesOf(dir.path())) {
+    ASSERT_EQ(e[0], 'm') << e;
+    EXPECT_TRUE(readBytes(dir / e) == std::string(12 * 1024, char('a' + (e[1] - '0')))) << e;
+  }
+  EXPECT_EQ(entriesOf(dir.path()).size() + failedNames.size(), 10u);
 }
 
 // An append that fails leaves the file at the length it had, without part of a line.
