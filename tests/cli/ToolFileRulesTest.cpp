@@ -160,16 +160,16 @@ TEST(ToolFileRules, EveryCommandSurvivesPathsTheSystemRefuses) {
     longPath += "/" + std::string(200, 'n');
   const std::vector<std::string> paths = {dir / "loop", dir / "loop/x", dir / "closed/f",
                                           dir / "closed", longPath};
-  // Commands that wait on the network or a person are left out.
-  const std::set<std::string> waiting = {"report send", "ui warn", "ui msgbox", "demo"};
+  makeDir(dir / "root");
+  ::chmod((dir / "root").c_str(), 0777);
   bool asNobody = canRunAsNobody();
   for (const cli::Command& command : cli::commands()) {
     std::string name = cli::commandName(command);
-    if (waiting.count(name)) continue;
     cli::OperandCount count = cli::operandCount(command.usage);
+    if (count.max == 0) continue;  // no operand, no path to give it (report send would post)
     size_t n = std::max<size_t>(count.min, std::min<size_t>(count.max, 2));
     for (const std::string& path : paths) {
-      std::vector<std::string> args;
+      std::vector<std::string> args = {"--root", dir / "root"};
       if (*command.family) args.push_back(command.family);
       args.push_back(command.name);
       for (size_t i = 0; i < n; ++i)
