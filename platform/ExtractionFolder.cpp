@@ -79,6 +79,12 @@ void ExtractionFolder::writeFile(TextView name, std::string_view bytes) {
 // Makes the waiting files durable: each by itself when they are few, else the whole file
 // system at once, which costs one sync however many there are. Gives 0 or the errno.
 int ExtractionFolder::syncWaiting(const std::vector<Waiting>& batch) const {
+  try {
+    for (const Waiting& w : batch)
+      w.file->takeFinalMode();
+  } catch (const Failure&) {
+    return writeFailuresOnThisThread().lastError;
+  }
   if (batch.size() > kSyncOneByOne) return ::syncfs(handle_->fd()) == 0 ? 0 : errno;
   for (const Waiting& w : batch) {
     if (::fsync(w.file->contentFd()) != 0) return errno;

@@ -439,6 +439,8 @@ void FileReplacement::rewriteInPlace(int fd) {
 }
 
 void FileReplacement::takeFinalMode() {
+  if (inPlace_ || modeTaken_) return;
+  modeTaken_ = true;
   if (!old_ && tmpName_.empty()) return;  // a new unnamed file was made with its mode
   mode_t mode = old_ ? (old_->st_mode & 07777) : (0666 & ~currentUmask());
   if (::fchmod(fd_, mode) != 0) fail(errno);

@@ -108,6 +108,9 @@ class FileReplacement {
   bool inPlace() const { return inPlace_; }
   // The new content's descriptor, for a caller that makes many files durable in one step.
   int contentFd() const { return fd_; }
+  // Gives the new content its final mode; a caller that syncs many files itself does this
+  // before its sync, so that the mode is durable with the content.
+  void takeFinalMode();
   // Puts the new content in place by its rename, without syncing the file or the folder: for a
   // caller that has made the content durable itself and syncs the folder after. A file that is
   // rewritten in place is committed in full.
@@ -120,7 +123,6 @@ class FileReplacement {
   void writeAll(int fd, std::string_view bytes, off_t at);
   void commitInPlace();
   void rewriteInPlace(int fd);
-  void takeFinalMode();
   void commitByRename();
   void renameIntoPlace();
   void linkTemporary();
@@ -136,6 +138,7 @@ class FileReplacement {
   int fd_ = -1;           // the new content, unnamed or under tmpName_
   std::string tmpName_;   // its random name, while it has one
   std::string pending_;   // the content of an in-place rewrite
+  bool modeTaken_ = false;
   enum class State { Open, Committed, Dropped } state_ = State::Open;
 };
 
