@@ -253,9 +253,9 @@ TEST_F(FullDisk, AWriteThatDoesNotFitKeepsTheOldContentWhole) {
   EXPECT_EQ(readBytes(dir / "f"), "fits");
 }
 
-// A writer killed at any moment leaves the old content or the new, whole, and no temporary
-// that outlives the next write.
-TEST(FileRules, AKilledWriterLeavesOneWholeVersionAndNoTemporary) {
+// A writer killed at any moment leaves the old content or the new, whole, and nothing beside
+// it but, for a kill between the temporary's name and its rename, that random name.
+TEST(FileRules, AKilledWriterLeavesOneWholeVersion) {
   TempDir d;
   const std::string a(300 * 1024, 'a'), b(200 * 1024, 'b');
   std::string path = d / "f";
