@@ -15,6 +15,7 @@
 #include <ctime>
 #include <fstream>
 #include <memory>
+#include <vector>
 
 #include <zrkKVL/Failure.h>
 #include "platform/ProfileCache.h"
@@ -125,11 +126,31 @@ int openRecoveryFolder(const std::string& path) {
 // The old content of a file rewritten in place, kept in the recovery folder until the new one
 // is whole: copied and synced on construction, removed by remove(), and left there when the
 // object goes without it.
+// The places a recovery folder may lie, in the order they are tried.
+std::vector<std::string> recoveryFolderCandidates() {
+  std::vector<std::string> all;
+  const char* state = std::getenv("XDG_STATE_HOME");
+  if (state && state[0] == '/') all.push_back(std::string(state) + "/zrkkvl/recovery");
+  const char* home = std::getenv("HOME");
+  if (home && home[0] == '/') all.push_back(std::string(home) + "/.local/state/zrkkvl/recovery");
+  all.push_back("/var/tmp/zrkkvl-recovery-" + std::to_string(::geteuid()));
+  return all;
+}
+
+// The first recovery folder this user can make and own, opened; -1 when there is none.
+int openFirstRecoveryFolder() {
+  for (const std::string& candidate : recoveryFolderCandidates()) {
+    int fd = openRecoveryFolder(candidate);
+    if (fd >= 0) return fd;
+  }
+  return -1;
+}
+
 class RecoveryCopy {
  public:
   RecoveryCopy(int oldFd, const std::string& fileName) {
-    dirFd_ = openRecoveryFolder(recoveryFolder());
-    if (dirFd_ < 0) fail(errno ? errno : EACCES);
+    dirFd_ = openFirstRecoveryFolder();
+    if (dirFd_ < 0) fail(EACCES);
     std::string base = fileName.substr(0, 200);
     for (int tries = 0; fd_ < 0 && tries < kNameTries; ++tries) {
       name_ = base + randomTemporaryName();
@@ -196,13 +217,14 @@ int openRegularFile(const std::string& path, int flags, mode_t mode, struct stat
 }
 
 std::string recoveryFolder() {
-  const char* state = std::getenv("XDG_STATE_HOME");
-  if (state && state[0] == '/') return std::string(state) + "/zrkkvl/recovery";
-  const char* home = std::getenv("HOME");
-  if (home && home[0] == '/' && ::access(home, W_OK) == 0) {
-    return std::string(home) + "/.local/state/zrkkvl/recovery";
+  for (const std::string& candidate : recoveryFolderCandidates()) {
+    int fd = openRecoveryFolder(candidate);
+    if (fd >= 0) {
+      ::close(fd);
+      return candidate;
+    }
   }
-  return "/var/tmp/zrkkvl-recovery-" + std::to_string(::geteuid());
+  return {};
 }
 
 WriteFailures writeFailuresOnThisThread() {

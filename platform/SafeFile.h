@@ -68,9 +68,9 @@ class FolderLock {
 // file, else the open's own; `st` holds what fstat says of the open file.
 int openRegularFile(const std::string& path, int flags, mode_t mode, struct stat& st);
 
-// Where the old content of a file rewritten in place waits until the new is whole:
-// $XDG_STATE_HOME/zrkkvl/recovery (~/.local/state/zrkkvl/recovery), or /var/tmp/zrkkvl-recovery-UID
-// where there is no home to write in. Made with mode 0700 on first use.
+// Where the old content of a file rewritten in place waits until the new is whole: the first
+// of $XDG_STATE_HOME/zrkkvl/recovery, ~/.local/state/zrkkvl/recovery and
+// /var/tmp/zrkkvl-recovery-UID that this user can make (mode 0700) and owns; "" when none.
 std::string recoveryFolder();
 
 // The new content of one file, built beside it and put in its place by commit(). Until then,

@@ -189,17 +189,7 @@ TEST(ToolFileRules, EveryCommandSurvivesPathsTheSystemRefuses) {
 
 // An INI edit that fails at its last step (an I/O error while a hard-linked file is rewritten in
 // place) leaves the file as it was and the command exits 1, though the file's stamp changed.
-class ToolWrites : public LibraryTest {
- protected:
-  void SetUp() override {
-    LibraryTest::SetUp();
-    ::setenv("XDG_STATE_HOME", (root / "state").c_str(), 1);  // the recovery folder
-  }
-  void TearDown() override {
-    ::unsetenv("XDG_STATE_HOME");
-    LibraryTest::TearDown();
-  }
-};
+class ToolWrites : public LibraryTest {};
 
 TEST_F(ToolWrites, IniSetFailsAfterAFailedLastStep) {
   platform::faults::Scope scope;

@@ -114,9 +114,13 @@ TEST(FileRules, RootRewritingAnotherUsersFileKeepsItTheirs) {
     EXPECT_EQ(readBytes(d / "f"), "new") << w.name;
     // The owner goes on writing it, in a folder where it may not make files.
     ::chmod(d.path().c_str(), 0755);
+    // Its recovery folder, for the rewrite in place, is one of its own.
+    test::makeDir(d / "state");
+    ASSERT_EQ(::chown((d / "state").c_str(), nobody->pw_uid, nobody->pw_gid), 0);
     pid_t child = ::fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
+      ::setenv("XDG_STATE_HOME", (d / "state").c_str(), 1);
       bool ok = ::setgid(nobody->pw_gid) == 0 && ::setuid(nobody->pw_uid) == 0 &&
                 replaceFileAtomically(d / "f", "by its owner");
       ::_exit(ok ? 0 : 1);
@@ -344,11 +348,18 @@ TEST(FileRules, OnlyRegularFilesAreWritten) {
 class InPlace : public ::testing::Test {
  protected:
   void SetUp() override {
+    if (const char* was = std::getenv("XDG_STATE_HOME")) before = was;
     ::setenv("XDG_STATE_HOME", state.path().c_str(), 1);
     writeBytes(dir / "f", old);
     ASSERT_EQ(::link((dir / "f").c_str(), (dir / "link").c_str()), 0);
   }
-  void TearDown() override { ::unsetenv("XDG_STATE_HOME"); }
+  void TearDown() override {
+    if (before.empty()) {
+      ::unsetenv("XDG_STATE_HOME");
+    } else {
+      ::setenv("XDG_STATE_HOME", before.c_str(), 1);
+    }
+  }
   std::vector<std::string> copies() const {
     std::vector<std::string> all;
     std::string folder = state / "zrkkvl/recovery";
@@ -358,6 +369,7 @@ class InPlace : public ::testing::Test {
     return all;
   }
   TempDir state, dir;
+  std::string before;
   const std::string old = std::string(64 * 1024, 'o');
 };
 
@@ -402,10 +414,19 @@ TEST_F(InPlace, AFolderThatTakesNoNewFileIsRewrittenInPlace) {
 }
 
 // A recovery folder that cannot be made refuses the rewrite before the file changes.
-TEST_F(InPlace, WithoutARecoveryFolderTheFileStaysAsItWas) {
-  writeBytes(state / "zrkkvl", "a file where the folder would go");
-  EXPECT_NE(failureOf([&] { writeFileWhole(dir / "f", "new"); }), 0);
-  EXPECT_EQ(readBytes(dir / "f"), old);
+// A recovery folder that is a link, or cannot be made, is passed over for the next place.
+TEST_F(InPlace, ARecoveryFolderNotOfTheCallersOwnIsPassedOver) {
+  TempDir elsewhere, home;
+  test::makeDir(state / "zrkkvl");
+  ASSERT_EQ(::symlink(elsewhere.path().c_str(), (state / "zrkkvl/recovery").c_str()), 0);
+  std::string homeWas = std::getenv("HOME") ? std::getenv("HOME") : "";
+  ::setenv("HOME", home.path().c_str(), 1);
+  EXPECT_EQ(recoveryFolder(), home / ".local/state/zrkkvl/recovery");
+  writeFileWhole(dir / "f", "new");
+  EXPECT_EQ(readBytes(dir / "link"), "new");
+  EXPECT_TRUE(entriesOf(elsewhere.path()).empty());
+  EXPECT_TRUE(entriesOf(home / ".local/state/zrkkvl/recovery").empty());
+  ::setenv("HOME", homeWas.c_str(), 1);
 }
 
 // A writer killed at any moment of an in-place rewrite leaves the file old or new, whole, or
