@@ -123,9 +123,6 @@ int openRecoveryFolder(const std::string& path) {
   return fd;
 }
 
-// The old content of a file rewritten in place, kept in the recovery folder until the new one
-// is whole: copied and synced on construction, removed by remove(), and left there when the
-// object goes without it.
 // The places a recovery folder may lie, in the order they are tried.
 std::vector<std::string> recoveryFolderCandidates() {
   std::vector<std::string> all;
@@ -146,6 +143,9 @@ int openFirstRecoveryFolder() {
   return -1;
 }
 
+// The old content of a file rewritten in place, kept in the recovery folder until the new one
+// is whole: copied and synced on construction, removed by remove(), and left there when the
+// object goes without it.
 class RecoveryCopy {
  public:
   RecoveryCopy(int oldFd, const std::string& fileName) {
