@@ -25,7 +25,8 @@ Text elementOf(const Text& path) {
   return decimal(int64_t(name.size())) + u"|" + name + platform::fromAnsi(bytes);
 }
 
-// The operands that cannot become members: a folder, or a second file whose name (without
+// The operands that cannot become members: a folder or another file that is not a regular one
+// (a FIFO would block, a device never end), or a second file whose name (without
 // regard to case, as extraction matches names) one before it has already. None is written then.
 void refuseUnpackable(const std::vector<Text>& files) {
   std::map<Text, Text> byName;  // lower-case member name to its first operand
@@ -33,6 +34,9 @@ void refuseUnpackable(const std::vector<Text>& files) {
     platform::ResolvedPath p = platform::ResolvedPath::of(file);
     if (!p.found) throw ToolError{"archive make: no file " + quotePath(file)};
     if (p.isFolder()) throw ToolError{"archive make: " + quotePath(file) + " is a folder"};
+    if (!S_ISREG(p.st.st_mode)) {
+      throw ToolError{"archive make: " + quotePath(file) + " is not a regular file"};
+    }
     auto [first, fresh] = byName.emplace(lowerCase(platform::fileNameOf(file)), file);
     if (!fresh) {
       throw ToolError{"archive make: " + quotePath(first->second) + " and " + quotePath(file) +

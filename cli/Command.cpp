@@ -96,8 +96,9 @@ int answer(bool yes) {
 Text existingFile(const Context& c, size_t index, const char* what) {
   Text path = pathArg(c, index, what);
   platform::ResolvedPath p = platform::ResolvedPath::of(path);
-  if (!p.found || !S_ISREG(p.st.st_mode)) {
-    throw ToolError{commandName(c.command) + ": no file " + quotePath(path)};
+  if (!p.found) throw ToolError{commandName(c.command) + ": no file " + quotePath(path)};
+  if (!S_ISREG(p.st.st_mode)) {
+    throw ToolError{commandName(c.command) + ": " + quotePath(path) + " is not a regular file"};
   }
   return path;
 }

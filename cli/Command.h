@@ -67,7 +67,7 @@ const std::string& arg(const Context& c, size_t index, const char* what);
 Text pathArg(const Context& c, size_t index, const char* what);
 Text valueArg(const Context& c, size_t index, const char* what);
 Text valueOf(const std::string& bytes);
-// A file name operand naming a file that exists; a ToolError naming it else.
+// A file name operand naming a regular file that exists; a ToolError naming it else.
 Text existingFile(const Context& c, size_t index, const char* what);
 
 // A file's bytes, or standard input for "-".

@@ -138,6 +138,32 @@ TEST(ToolFileRules, NamesAreShownEscaped) {
   }
 }
 
+// A FIFO or a device where the tool expects a file is named and refused at once.
+TEST(ToolFileRules, SpecialFilesAreRefusedWithoutBlocking) {
+  TempDir dir;
+  ASSERT_EQ(::mkfifo((dir / "fifo").c_str(), 0600), 0);
+  writeBytes(dir / "a.txt", "a");
+  struct Case {
+    std::vector<std::string> args;
+    std::string says;
+  } cases[] = {
+      {{"file", "read", dir / "fifo"}, "is not a regular file"},
+      {{"file", "hex", "/dev/zero"}, "is not a regular file"},
+      {{"archive", "make", dir / "x.zrk", dir / "a.txt", dir / "fifo"}, "is not a regular file"},
+      {{"archive", "make", dir / "x.zrk", "/dev/zero"}, "is not a regular file"},
+      {{"archive", "extract", dir / "fifo", dir.path()}, "is not a regular file"},
+      {{"file", "write", dir / "fifo", "line"}, "Error 75"},
+      {{"file", "append", dir / "fifo", "line"}, "Error 75"},
+      {{"ini", "get", dir / "fifo", "s", "k"}, ""},
+  };
+  for (const Case& c : cases) {
+    ToolRun r = runTool(c.args);
+    EXPECT_EQ(r.code, 1) << c.args[1] << " " << r.err;
+    EXPECT_NE(r.err.find(c.says), std::string::npos) << c.args[1] << " " << r.err;
+  }
+  EXPECT_FALSE(exists(dir / "x.zrk"));
+}
+
 TEST(ToolFileRules, BiniTestOfAMissingFileCreatesNothing) {
   TempDir dir;
   ToolRun r = runTool({"bini", "test", dir / "none.bini"});
