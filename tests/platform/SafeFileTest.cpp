@@ -486,6 +486,61 @@ TEST_F(FullDisk, ExtractionKeepsEveryMemberWholeOrAbsent) {
   EXPECT_EQ(entriesOf(dir.path()).size() + failedNames.size(), 10u);
 }
 
+// Each writer killed at each of its calls behind the seam: the file holds its old content or
+// its new, whole, and the old content of a file rewritten in place is never lost.
+TEST_F(InPlace, AWriterKilledAtAnyOfItsCallsLeavesOneWholeVersion) {
+  const std::string fresh = std::string(100 * 1024, 'n');
+  struct Case {
+    const char* writer;
+    std::string path;
+    std::function<void()> write;
+  } cases[] = {
+      {"new file", dir / "new", [&] { writeFileWhole(dir / "new", fresh); }},
+      {"replaced file", dir / "g", [&] { writeFileWhole(dir / "g", fresh); }},
+      {"hard-linked file", dir / "f", [&] { writeFileWhole(dir / "f", fresh); }},
+      {"append", dir / "g",
+       [&] {
+         OutputFile out(T(dir / "g"), OutputFile::Mode::Append);
+         out.writeBytes(fresh);
+         out.close();
+       }},
+      {"extraction", dir / "g",
+       [&] {
+         ExtractionFolder out(T(dir.path()));
+         out.writeFile(u"g", fresh);
+         out.writeFile(u"new", fresh);
+       }},
+  };
+  using faults::Call;
+  int killed = 0;
+  for (const Case& c : cases) {
+    for (Call call : {Call::OpenWrite, Call::Write, Call::Rename}) {
+      for (int skip : {0, 1}) {
+        writeBytes(dir / "g", old);
+        ::unlink((dir / "new").c_str());
+        pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+          faults::add({call, c.path, faults::kKilledHere, skip, 1});
+          c.write();
+          ::_exit(0);
+        }
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        killed += WIFSIGNALED(status);
+        std::string now = test::exists(c.path) ? readBytes(c.path) : "absent";
+        bool whole = now == old || now == fresh || now == old + fresh ||
+                     (now == "absent" && c.path == dir / "new");
+        EXPECT_TRUE(whole) << c.writer << " call " << int(call) << " skip " << skip << ": "
+                           << now.size() << " bytes";
+        EXPECT_TRUE(readBytes(dir / "link") == old || readBytes(dir / "link") == fresh) << c.writer;
+        writeBytes(dir / "f", old);
+      }
+    }
+  }
+  EXPECT_GE(killed, 10) << "the seam's kills reach the writers' calls";
+}
+
 // An append that fails leaves the file at the length it had, without part of a line.
 TEST_F(FullDisk, AFailedAppendLeavesTheOldLength) {
   writeBytes(dir / "log", "line 1\r\n");
