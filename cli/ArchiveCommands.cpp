@@ -1,62 +1,60 @@
 // archive: pack text files into an archive and write them back out.
-#include <stdlib.h>
+#include <sys/stat.h>
 
 #include <cstdio>
-#include <filesystem>
+#include <map>
 
 #include <zrkKVL/DialogBackend.h>
 #include "cli/Command.h"
 #include "cli/ToolDialogs.h"
+#include "compress/ArchiveExtraction.h"
 #include "platform/CodePage.h"
+#include "platform/FileIO.h"
 #include "platform/Paths.h"
 
 namespace zrk::cli {
 namespace {
 
-namespace fs = std::filesystem;
-
 // The element for one file: name length, bar, name, content. Extraction puts a CR LF behind
 // every file, so one at the end of the content is left out here and the round trip is exact.
-Text elementOf(const std::string& path) {
-  std::string bytes = readInput(path);
+Text elementOf(const Text& path) {
+  std::string bytes = platform::readAllBytes(path);
   if (bytes.size() >= 2 && bytes.compare(bytes.size() - 2, 2, "\r\n") == 0)
     bytes.resize(bytes.size() - 2);
-  Text name = platform::fileNameOf(fromUtf8(path));
+  Text name = platform::fileNameOf(path);
   return decimal(int64_t(name.size())) + u"|" + name + platform::fromAnsi(bytes);
+}
+
+// The operands that cannot become members: a folder or another file that is not a regular one
+// (a FIFO would block, a device never end), or a second file whose name (without
+// regard to case, as extraction matches names) one before it has already. None is written then.
+void refuseUnpackable(const std::vector<Text>& files) {
+  std::map<Text, Text> byName;  // lower-case member name to its first operand
+  for (const Text& file : files) {
+    platform::ResolvedPath p = platform::ResolvedPath::of(file);
+    if (!p.found) throw ToolError{"archive make: no file " + quotePath(file)};
+    if (p.isFolder()) throw ToolError{"archive make: " + quotePath(file) + " is a folder"};
+    if (!S_ISREG(p.st.st_mode)) {
+      throw ToolError{"archive make: " + quotePath(file) + " is not a regular file"};
+    }
+    auto [first, fresh] = byName.emplace(lowerCase(platform::fileNameOf(file)), file);
+    if (!fresh) {
+      throw ToolError{"archive make: " + quotePath(first->second) + " and " + quotePath(file) +
+                      " have one member name; nothing written"};
+    }
+  }
 }
 
 int make(Context& c) {
   Text archive = pathArg(c, 0, "ARCHIVE");
-  std::vector<Text> elements;
+  std::vector<Text> files;
   for (size_t i = 1; i < c.args.size(); ++i)
-    elements.push_back(elementOf(c.args[i]));
+    files.push_back(pathArg(c, i, "FILE"));
+  refuseUnpackable(files);
+  std::vector<Text> elements;
+  for (const Text& file : files)
+    elements.push_back(elementOf(file));
   return c.kvn.MakeArchive(Variant::textArray(std::move(elements)), archive) ? 0 : 1;
-}
-
-// A fresh folder inside `folder` that only this run uses.
-fs::path scratchFolderIn(const fs::path& folder) {
-  std::string tmpl = (folder / ".zrkkvl-extract-XXXXXX").string();
-  if (!::mkdtemp(tmpl.data())) {
-    throw ToolError{"archive extract: cannot write in " + quotePath(fromUtf8(folder.string()))};
-  }
-  return tmpl;
-}
-
-// Moves each extracted file from `scratch` into `folder`; an existing file stays unless `force`.
-// Gives false when a file was left out.
-bool moveInto(const fs::path& scratch, const fs::path& folder, bool force) {
-  bool all = true;
-  for (const auto& entry : fs::directory_iterator(scratch)) {
-    fs::path target = folder / entry.path().filename();
-    if (!force && fs::exists(fs::symlink_status(target))) {
-      std::fprintf(stderr, "zrkkvl: archive extract: %s exists, not replaced (use --force)\n",
-                   quotePath(fromUtf8(target.string())).c_str());
-      all = false;
-      continue;
-    }
-    fs::rename(entry.path(), target);  // replaces a file or link standing there, never follows it
-  }
-  return all;
 }
 
 int extract(Context& c) {
@@ -64,43 +62,49 @@ int extract(Context& c) {
   if (c.has("yes") || c.has("no")) {
     toolDialogs().answerQuestions(c.has("yes") ? platform::mb::Yes : platform::mb::No);
   }
-  Text archive = pathArg(c, 0, "ARCHIVE");
-  if (!fs::is_regular_file(platform::nativePath(archive))) {
-    throw ToolError{"archive extract: no archive " + quotePath(archive)};
+  Text archive = existingFile(c, 0, "ARCHIVE");
+  Text folder = c.args.size() > 1 ? pathArg(c, 1, "DIR") : platform::parentOf(archive);
+  if (folder.empty()) folder = u".";
+  if (!platform::ResolvedPath::of(folder).isFolder()) {
+    throw ToolError{"archive extract: no folder " + quotePath(folder)};
   }
-  Text folderText = c.args.size() > 1 ? pathArg(c, 1, "DIR") : platform::parentOf(archive);
-  fs::path folder = platform::nativePath(folderText.empty() ? Text(u".") : folderText);
-  if (!fs::is_directory(folder))
-    throw ToolError{"archive extract: no folder " + quotePath(folderText)};
-
-  fs::path scratch = scratchFolderIn(folder);
-  bool extracted = false, moved = false;
-  try {
-    extracted = c.kvn.ExtractArchive(archive, fromUtf8(scratch.string()));
-    moved = moveInto(scratch, folder, c.has("force"));
-  } catch (...) {
-    fs::remove_all(scratch);
-    throw;
-  }
-  fs::remove_all(scratch);
-  return extracted && moved ? 0 : 1;
+  // Members go straight into place by the library's rules; without --force a file that stands
+  // there under any case of the member's name stays.
+  bool all = true;
+  archive::MemberRules rules;
+  rules.keepExisting = !c.has("force");
+  rules.notice = [&](const Text& name, archive::MemberRules::Event event) {
+    all = false;
+    std::string shownName = quotePath(folder + u"/" + name);
+    if (event == archive::MemberRules::Event::Kept) {
+      printError("archive extract: " + shownName + " exists, not replaced (use --force)");
+    } else {
+      printError("archive extract: member " + shownName +
+                 " comes twice in the archive; the later one stands");
+    }
+  };
+  bool extracted = archive::extract(c.kvn, archive, folder, rules);
+  return extracted && all ? 0 : 1;
 }
 
 const CommandRegistrar kArchive{
-    {"archive", "make", "ARCHIVE FILE...", "pack the files, each under its own name", make},
+    {"archive", "make", "ARCHIVE FILE...",
+     "pack the files, each under its own name (no folders, no two of one name)", make},
     {"archive",
      "extract",
      "ARCHIVE [DIR]",
      "write the files out into DIR (beside the archive by default)",
      extract,
-     {{"force", nullptr, "replace files that exist"},
-      {"yes", nullptr, "write damaged records out without asking"},
-      {"no", nullptr, "skip damaged records without asking"}},
+     {{"force", nullptr, "replace files that exist (keeping their owner, mode and links)"},
+      {"yes", nullptr, "answer Yes: write damaged records out under numbered names"},
+      {"no", nullptr, "answer No: stop at the first damaged record, writing nothing after it"}},
      "Each file comes back with a CR LF added at its end (archive make leaves one off, so a file\n"
-     "that ends in CR LF round-trips exactly). An existing file is not replaced without --force;\n"
-     "each one left is named on stderr and the exit status is 1. Before the first damaged record\n"
-     "the tool asks whether to write damaged records out; without a terminal and without --yes,\n"
-     "the answer is No."},
+     "that ends in CR LF round-trips exactly). Each member goes into place as it comes, by the\n"
+     "library's rules. An existing file (names matched without regard to case) is not replaced\n"
+     "without --force; each one left, and each member name met twice, is named on stderr and the\n"
+     "exit status is 1. Member names that would leave DIR (empty, \".\", \"..\", holding \"/\",\n"
+     "\"\\\" or NUL) are refused. Before the first damaged record the tool asks whether to go on;\n"
+     "without a terminal and without --yes, the answer is No."},
 };
 
 }  // namespace

@@ -28,15 +28,17 @@ int unpack(Context& c) {
   return 0;
 }
 
+// A missing file is no packed file, and is not made by the test.
 int test(Context& c) {
-  return answer(c.kvn.IsBINIFile(pathArg(c, 0, "FILE")));
+  return answer(c.kvn.IsBINIFile(existingFile(c, 0, "FILE")));
 }
 
 const CommandRegistrar kBini{
     {"bini", "pack", "FILE [TYPE]",
      "pack a text file into FILE with .bTYPE, deleting the plain file", pack},
     {"bini", "unpack", "FILE [TYPE]", "unpack a packed file beside itself", unpack},
-    {"bini", "test", "FILE", "whether FILE carries the magic BINI: yes (exit 0) or no (exit 1)",
+    {"bini", "test", "FILE",
+     "whether FILE carries the magic BINI: yes (exit 0) or no (exit 1); a missing FILE is named",
      test},
 };
 

@@ -1,8 +1,9 @@
 // Command registry and the small helpers every command uses.
 #include "cli/Command.h"
 
+#include <sys/stat.h>
+
 #include <cstdio>
-#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -11,6 +12,7 @@
 #include <zrkKVL/Failure.h>
 #include "cli/CommandLine.h"
 #include "platform/CodePage.h"
+#include "platform/FileIO.h"
 #include "platform/Paths.h"
 
 namespace zrk::cli {
@@ -55,11 +57,13 @@ std::string readInput(const std::string& fileOrDash) {
   if (fileOrDash == "-") {
     return std::string(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
   }
-  std::ifstream in(fileOrDash, std::ios::binary);
-  if (!in) throw Failure(err::FileNotFound, u"File not found [" + fromUtf8(fileOrDash) + u"]");
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
+  Text name = fromUtf8(fileOrDash);
+  try {
+    return platform::readAllBytes(name);  // a regular file alone: a FIFO or device is refused
+  } catch (const Failure& f) {
+    if (f.number() != err::FileNotFound) throw;
+    throw Failure(err::FileNotFound, u"File not found [" + name + u"]");
+  }
 }
 
 std::vector<Text> inputLines() {
@@ -81,7 +85,7 @@ void printValue(TextView text) {
 
 void printPath(TextView path) {
   if (libraryFailed()) return;
-  std::printf("%s\n", toUtf8(path).c_str());
+  std::printf("%s\n", shown(path).c_str());
 }
 
 int answer(bool yes) {
@@ -91,14 +95,46 @@ int answer(bool yes) {
 
 Text existingFile(const Context& c, size_t index, const char* what) {
   Text path = pathArg(c, index, what);
-  if (!std::filesystem::is_regular_file(platform::nativePath(path))) {
-    throw ToolError{commandName(c.command) + ": no file " + quotePath(path)};
+  platform::ResolvedPath p = platform::ResolvedPath::of(path);
+  if (!p.found) throw ToolError{commandName(c.command) + ": no file " + quotePath(path)};
+  if (!S_ISREG(p.st.st_mode)) {
+    throw ToolError{commandName(c.command) + ": " + quotePath(path) + " is not a regular file"};
   }
   return path;
 }
 
 std::string quotePath(TextView path) {
-  return "'" + toUtf8(path) + "'";
+  return "'" + shown(path) + "'";
+}
+
+std::string shown(TextView text) {
+  std::string out;
+  char escaped[8];
+  for (size_t i = 0; i < text.size(); ++i) {
+    char16_t c = text[i];
+    unsigned code = isStrayByteCharacter(c) ? unsigned(c - 0xDC00) : unsigned(c);
+    if (code < 0x20 || (code >= 0x7F && code <= 0x9F) || isStrayByteCharacter(c)) {
+      std::snprintf(escaped, sizeof escaped, "\\x%02X", code & 0xFF);
+      out += escaped;
+    } else if (c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 &&
+               text[i + 1] <= 0xDFFF) {
+      out += toUtf8(text.substr(i, 2));
+      ++i;
+    } else if (c >= 0xD800 && c <= 0xDFFF) {
+      std::snprintf(escaped, sizeof escaped, "\\u%04X", unsigned(c));
+      out += escaped;
+    } else {
+      out += toUtf8(text.substr(i, 1));
+    }
+  }
+  return out;
+}
+
+void printError(const std::string& message) {
+  std::string lines;
+  for (const Text& line : split(fromUtf8(message), u"\n"))
+    lines += (lines.empty() ? "" : "\n") + shown(line);
+  std::fprintf(stderr, "zrkkvl: %s\n", lines.c_str());
 }
 
 }  // namespace zrk::cli

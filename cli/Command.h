@@ -67,7 +67,7 @@ const std::string& arg(const Context& c, size_t index, const char* what);
 Text pathArg(const Context& c, size_t index, const char* what);
 Text valueArg(const Context& c, size_t index, const char* what);
 Text valueOf(const std::string& bytes);
-// A file name operand naming a file that exists; a ToolError naming it else.
+// A file name operand naming a regular file that exists; a ToolError naming it else.
 Text existingFile(const Context& c, size_t index, const char* what);
 
 // A file's bytes, or standard input for "-".
@@ -81,7 +81,14 @@ void printPath(TextView path);
 // A yes/no answer: prints "yes" or "no" and gives the exit code, 0 for yes.
 int answer(bool yes);
 
-// "'path'" for messages.
+// "'path'" for messages, as shown() shows it.
 std::string quotePath(TextView path);
+
+// Text as the tool prints names and messages: UTF-8, with each control character (U+0000 to
+// U+001F, U+007F to U+009F) and each byte that is not UTF-8 written as \xNN, so that no escape
+// sequence a file or member name holds reaches the terminal raw. Values keep their bytes.
+std::string shown(TextView text);
+// A message on standard error, "zrkkvl: " + message; each of its lines is shown as above.
+void printError(const std::string& message);
 
 }  // namespace zrk::cli

@@ -165,7 +165,8 @@ int set(Context& c) {
   Text value = valueArg(c, 3, "VALUE");
   FileStamp before = stampOf(file);
   c.kvn.WriteIniKey(sect, key, value, file);
-  if (stampOf(file) == before && keyValue(c, file, sect, key) != asRead(value)) {
+  if (writeFailedSince(before) ||
+      (stampOf(file) == before && keyValue(c, file, sect, key) != asRead(value))) {
     failWrite("ini set", file);
   }
   return 0;

@@ -17,8 +17,7 @@ int32_t ToolDialogs::messageBox(TextView text, int32_t buttons, TextView title) 
   // The failure message's lines: line number, "Error N: ...", the library, the function.
   std::vector<Text> lines = split(text, u"\r\n");
   Text function = lines.size() > 3 ? lines[3].substr(lines[3].find(u' ') + 1) : Text();
-  std::fprintf(stderr, "zrkkvl: %s (in %s)\n", toUtf8(lines.size() > 1 ? lines[1] : text).c_str(),
-               toUtf8(function).c_str());
+  printError(toUtf8(lines.size() > 1 ? lines[1] : text) + " (in " + toUtf8(function) + ")");
   failed_ = true;
   return platform::mb::OK;
 }

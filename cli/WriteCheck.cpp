@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstring>
+
 #include "cli/Command.h"
 #include "platform/Paths.h"
 #include "platform/SafeFile.h"
@@ -11,10 +13,20 @@
 namespace zrk::cli {
 
 FileStamp stampOf(TextView path) {
+  FileStamp stamp;
+  stamp.failedWrites = platform::writeFailuresOnThisThread().count;
   struct stat st {};
-  if (::stat(platform::nativePath(path).c_str(), &st) != 0) return {};
-  return {true, st.st_dev, st.st_ino, static_cast<unsigned long long>(st.st_size),
-          st.st_mtim.tv_sec * 1000000000LL + st.st_mtim.tv_nsec};
+  if (::stat(platform::nativePath(path).c_str(), &st) != 0) return stamp;
+  stamp.exists = true;
+  stamp.device = st.st_dev;
+  stamp.inode = st.st_ino;
+  stamp.size = static_cast<unsigned long long>(st.st_size);
+  stamp.modifiedNs = st.st_mtim.tv_sec * 1000000000LL + st.st_mtim.tv_nsec;
+  return stamp;
+}
+
+bool writeFailedSince(const FileStamp& before) {
+  return platform::writeFailuresOnThisThread().count != before.failedWrites;
 }
 
 std::string whyNotWritable(TextView path) {
@@ -30,6 +42,7 @@ std::string whyNotWritable(TextView path) {
     if (::access(file.c_str(), W_OK) != 0) return "permission denied";
   }
   if (::access(folder.c_str(), W_OK) != 0) return "folder is not writable";
+  if (int e = platform::writeFailuresOnThisThread().lastError) return std::strerror(e);
   return "not written";
 }
 

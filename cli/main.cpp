@@ -2,6 +2,7 @@
 #include <getopt.h>
 
 #include <cstdio>
+#include <exception>
 #include <string>
 #include <vector>
 
@@ -77,14 +78,17 @@ int main(int argc, char** argv) {
   try {
     return runTool(argc, argv);
   } catch (const cli::UsageError& e) {
-    std::fprintf(stderr, "zrkkvl: %s\n", e.message.c_str());
+    cli::printError(e.message);
     return 2;
   } catch (const cli::ToolError& e) {
-    std::fprintf(stderr, "zrkkvl: %s\n", e.message.c_str());
+    cli::printError(e.message);
     return 1;
   } catch (const Failure& f) {
-    std::fprintf(stderr, "zrkkvl: Error %d: %s\n", f.number(),
-                 toUtf8(f.info().Description).c_str());
+    cli::printError("Error " + std::to_string(f.number()) + ": " + toUtf8(f.info().Description));
+    return 1;
+  } catch (const std::exception& e) {
+    // No command ends in an abort: what the system refused is one error line.
+    cli::printError(e.what());
     return 1;
   }
 }

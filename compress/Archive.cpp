@@ -41,9 +41,14 @@ bool clsKVN::MakeArchive(Variant aFiles, Text sFileName) {
 // The bytes are walked where they lie; an archive that cannot be read that way goes through
 // the number text, which reports why.
 bool clsKVN::ExtractArchive(Text sArchiveName, std::optional<Text> DiffDir) {
+  return archive::extract(*this, sArchiveName, DiffDir, {});
+}
+
+bool archive::extract(clsKVN& kvn, const Text& archiveName, const std::optional<Text>& diffDir,
+                      const MemberRules& rules) {
   return noTrap([&] {
-    if (std::optional<bool> done = archive::extractFromBytes(sArchiveName, DiffDir)) return *done;
-    return archive::extractFromNumberText(*this, sArchiveName, DiffDir);
+    if (std::optional<bool> done = extractFromBytes(archiveName, diffDir, rules)) return *done;
+    return extractFromNumberText(kvn, archiveName, diffDir, rules);
   });
 }
 

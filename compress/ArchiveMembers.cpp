@@ -25,11 +25,21 @@ Text outputFolder(const Text& archiveName, const std::optional<Text>& diffDir) {
 
 }  // namespace
 
-MemberOutput::MemberOutput(const Text& archiveName, const std::optional<Text>& diffDir)
-    : archiveName_(archiveName), folder_(outputFolder(archiveName, diffDir)), out_(folder_) {}
+MemberOutput::MemberOutput(const Text& archiveName, const std::optional<Text>& diffDir,
+                           const MemberRules& rules)
+    : archiveName_(archiveName),
+      folder_(outputFolder(archiveName, diffDir)),
+      rules_(rules),
+      out_(folder_) {}
 
 void MemberOutput::write(const Text& name, std::string_view line) {
   try {
+    bool repeated = !written_.insert(lowerCase(name)).second;
+    if (repeated && rules_.notice) rules_.notice(name, MemberRules::Event::Repeated);
+    if (!repeated && rules_.keepExisting && out_.holds(name)) {
+      if (rules_.notice) rules_.notice(name, MemberRules::Event::Kept);
+      return;
+    }
     out_.writeFile(name, line);
   } catch (const Failure& f) {
     files::reportWriteFailure(folder_ + u"/" + name, f.info());
@@ -48,6 +58,7 @@ bool MemberOutput::writeDamaged(std::string_view line) {
   ++damaged_;
   Text archiveFile = platform::fileNameOf(archiveName_);
   Text base = left(archiveFile, int64_t(archiveFile.size()) - 4);
+  if (!agreed_) flush();  // what came before the question is in place while it is open
   if (!agreed_ && mdlKVN::ShowMessageBox(damagedArchiveQuestion(archiveName_), platform::mb::YesNo,
                                          kQuestionTitle) != platform::mb::Yes) {
     return false;
@@ -57,8 +68,8 @@ bool MemberOutput::writeDamaged(std::string_view line) {
   return true;
 }
 
-void MemberOutput::finish() {
-  for (auto& [name, failure] : out_.finish())
+void MemberOutput::flush() {
+  for (auto& [name, failure] : out_.flush())
     files::reportWriteFailure(folder_ + u"/" + name, failure.info());
 }
 

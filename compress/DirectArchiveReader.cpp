@@ -28,11 +28,12 @@ bool readWhole(std::optional<platform::FileImage>& file, const Text& archiveName
 
 }  // namespace
 
-std::optional<bool> extractFromBytes(const Text& archiveName, const std::optional<Text>& diffDir) {
+std::optional<bool> extractFromBytes(const Text& archiveName, const std::optional<Text>& diffDir,
+                                     const MemberRules& rules) {
   std::optional<platform::FileImage> file;
   if (!readWhole(file, archiveName)) return std::nullopt;
   RecordWalk walk(file->bytes());
-  MemberOutput out(archiveName, diffDir);
+  MemberOutput out(archiveName, diffDir, rules);
   while (walk.next()) {
     if (walk.intact()) {
       RecordWalk::Member member = walk.member();
@@ -41,7 +42,7 @@ std::optional<bool> extractFromBytes(const Text& archiveName, const std::optiona
       return false;
     }
   }
-  out.finish();
+  out.flush();
   return true;
 }
 

@@ -26,8 +26,8 @@ std::string withLineEnd(TextView text) {
 
 }  // namespace
 
-bool extractFromNumberText(clsKVN& kvn, const Text& archiveName,
-                           const std::optional<Text>& diffDir) {
+bool extractFromNumberText(clsKVN& kvn, const Text& archiveName, const std::optional<Text>& diffDir,
+                           const MemberRules& rules) {
   Text image = readImage(kvn, archiveName);
 
   // The magic is skipped unread: the list lies between the first two separators.
@@ -36,7 +36,7 @@ bool extractFromNumberText(clsKVN& kvn, const Text& archiveName,
   const Text lengths = mid(image, p1, p2 - p1);
   const Text records = mid(image, p2 + 1, int64_t(image.size()));
 
-  MemberOutput out(archiveName, diffDir);
+  MemberOutput out(archiveName, diffDir, rules);
   int64_t recordPos = 1;
   const int64_t listLength = int64_t(lengths.size());
   for (int64_t i = 1; i <= listLength;) {
@@ -66,7 +66,7 @@ bool extractFromNumberText(clsKVN& kvn, const Text& archiveName,
     if (recordPos > std::numeric_limits<int32_t>::max()) throw Failure(err::Overflow);
     i += digits + 1;
   }
-  out.finish();
+  out.flush();
   return true;
 }
 

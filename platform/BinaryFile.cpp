@@ -18,14 +18,16 @@ namespace {
 int openBinary(const std::string& p) {
   struct stat st;
   bool exists = ::stat(p.c_str(), &st) == 0;
-  if (exists && S_ISDIR(st.st_mode)) throw Failure(err::PathFileAccessError);
   // A read-only file is opened for reading, whoever the caller is.
-  bool readOnly = exists && isReadOnlyMode(st.st_mode);
-  int fd = readOnly ? -1 : sys::open(p.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+  bool readOnly = exists && S_ISREG(st.st_mode) && isReadOnlyMode(st.st_mode);
+  int fd = readOnly ? -1 : openRegularFile(p, O_RDWR | O_CREAT | O_CLOEXEC, 0666, st);
   if (fd < 0 && (readOnly || errno == EACCES || errno == EROFS || errno == EPERM)) {
-    fd = sys::open(p.c_str(), O_RDONLY | O_CLOEXEC);
+    fd = openRegularFile(p, O_RDONLY | O_CLOEXEC, 0, st);
   }
-  if (fd < 0) throw errno == ENOENT ? Failure(err::PathNotFound) : failureFromErrno(errno);
+  if (fd < 0) {
+    if (errno == EISDIR || errno == ENXIO) throw Failure(err::PathFileAccessError);
+    throw errno == ENOENT ? Failure(err::PathNotFound) : failureFromErrno(errno);
+  }
   return fd;
 }
 

@@ -11,7 +11,8 @@
 namespace zrk::platform {
 
 // Opens for reading and writing, making a missing file and keeping an existing one as it is; a
-// file that refuses writing is opened for reading. 52 empty name, 75 a folder, 76 no such folder.
+// file that refuses writing is opened for reading. 52 empty name, 75 a folder or a file that is
+// not a regular one, 76 no such folder.
 class BinaryFile {
  public:
   explicit BinaryFile(TextView path);

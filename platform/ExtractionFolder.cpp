@@ -3,12 +3,13 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "platform/Paths.h"
-#include "platform/SysCalls.h"
 
 namespace zrk::platform {
 
@@ -16,7 +17,7 @@ ExtractionFolder::ExtractionFolder(TextView folder) : folder_(folder) {}
 
 ExtractionFolder::~ExtractionFolder() {
   try {
-    finish();
+    flush();
   } catch (...) {
     // Nothing to report to from here; what could not be put in place keeps its old content.
   }
@@ -28,7 +29,7 @@ void ExtractionFolder::open() {
   int fd = ::openat(handle_->fd(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (DIR* d = fd >= 0 ? ::fdopendir(fd) : nullptr) {
     while (dirent* e = ::readdir(d))
-      index_.emplace(lowerCase(fromUtf8(e->d_name)), e->d_name);
+      index_.emplace(lowerCase(textOfNativeName(e->d_name)), e->d_name);
     ::closedir(d);
   } else if (fd >= 0) {
     ::close(fd);
@@ -36,67 +37,81 @@ void ExtractionFolder::open() {
 }
 
 std::string ExtractionFolder::entryFor(TextView name) {
-  std::string written = toUtf8(name);
+  std::string written = nativeName(name);
   struct stat st;
   if (::fstatat(handle_->fd(), written.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) return written;
   auto it = index_.find(lowerCase(name));
   return it == index_.end() ? written : it->second;
 }
 
+bool ExtractionFolder::holds(TextView name) {
+  if (!handle_) open();
+  struct stat st;
+  return ::fstatat(handle_->fd(), entryFor(name).c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+// A file of the same name that still waits is replaced by the later one: it is dropped unseen.
+void ExtractionFolder::dropWaiting(const std::string& entry) {
+  auto it = std::find_if(waiting_.begin(), waiting_.end(),
+                         [&](const Waiting& w) { return w.entry == entry; });
+  if (it != waiting_.end()) waiting_.erase(it);
+}
+
 void ExtractionFolder::writeFile(TextView name, std::string_view bytes) {
   if (!handle_) open();
   std::string entry = entryFor(name);
-  FileReplacement file(*handle_, entry, native_ + "/" + entry);
-  file.write(bytes);
-  std::string temporary = file.stage();
+  dropWaiting(entry);
+  auto file = std::make_unique<FileReplacement>(*handle_, entry, native_ + "/" + entry);
+  file->write(bytes);
   index_.emplace(lowerCase(name), entry);
-  if (temporary.empty()) return;
-  // A later file of the same name took the temporary name of one still waiting.
-  auto [at, fresh] = waitingByEntry_.try_emplace(entry, waiting_.size());
-  if (fresh) {
-    waiting_.push_back({Text(name), entry, std::move(temporary)});
-  } else {
-    waiting_[at->second] = {Text(name), entry, std::move(temporary)};
+  if (file->inPlace()) {
+    file->commit();  // a file rewritten in place takes its own sync
+    return;
+  }
+  waiting_.push_back({Text(name), entry, std::move(file)});
+  waitingBytes_ += bytes.size();
+  if (waiting_.size() >= kBatchFiles || waitingBytes_ >= kBatchBytes) {
+    auto failed = flush();
+    failed_.insert(failed_.end(), failed.begin(), failed.end());
   }
 }
 
 // Makes the waiting files durable: each by itself when they are few, else the whole file
 // system at once, which costs one sync however many there are. Gives 0 or the errno.
-int ExtractionFolder::syncWaiting() const {
-  if (waiting_.size() > kSyncOneByOne) return ::syncfs(handle_->fd()) == 0 ? 0 : errno;
-  for (const Waiting& w : waiting_) {
-    int fd = ::openat(handle_->fd(), w.temporary.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
-    if (fd < 0) return errno;
-    int rc = ::fsync(fd);
-    int e = errno;
-    ::close(fd);
-    if (rc != 0) return e;
+int ExtractionFolder::syncWaiting(const std::vector<Waiting>& batch) const {
+  try {
+    for (const Waiting& w : batch)
+      w.file->takeFinalMode();
+  } catch (const Failure&) {
+    return writeFailuresOnThisThread().lastError;
+  }
+  if (batch.size() > kSyncOneByOne) return ::syncfs(handle_->fd()) == 0 ? 0 : errno;
+  for (const Waiting& w : batch) {
+    if (::fsync(w.file->contentFd()) != 0) return errno;
   }
   return 0;
 }
 
-std::vector<std::pair<Text, Failure>> ExtractionFolder::finish() {
-  std::vector<std::pair<Text, Failure>> failed;
+std::vector<std::pair<Text, Failure>> ExtractionFolder::flush() {
+  std::vector<std::pair<Text, Failure>> failed = std::move(failed_);
+  failed_.clear();
   if (waiting_.empty()) return failed;
-  if (int e = syncWaiting()) {
+  std::vector<Waiting> batch = std::move(waiting_);
+  waiting_.clear();
+  waitingBytes_ = 0;
+  if (int e = syncWaiting(batch)) {
     // Without the sync no file is put in place: each keeps its old content.
-    for (const Waiting& w : waiting_) {
-      ::unlinkat(handle_->fd(), w.temporary.c_str(), 0);
+    for (const Waiting& w : batch)
       failed.emplace_back(w.name, failureFromErrno(e));
-    }
-    waiting_.clear();
-    waitingByEntry_.clear();
     return failed;
   }
-  for (const Waiting& w : waiting_) {
-    std::string shown = native_ + "/" + w.entry;
-    if (sys::renameat(handle_->fd(), w.temporary.c_str(), w.entry.c_str(), shown.c_str()) != 0) {
-      failed.emplace_back(w.name, failureFromErrno(errno));
-      ::unlinkat(handle_->fd(), w.temporary.c_str(), 0);
+  for (const Waiting& w : batch) {
+    try {
+      w.file->commitSynced();
+    } catch (const Failure& f) {
+      failed.emplace_back(w.name, f);
     }
   }
-  waiting_.clear();
-  waitingByEntry_.clear();
   try {
     handle_->sync();
   } catch (const Failure& f) {

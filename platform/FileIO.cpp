@@ -28,7 +28,7 @@ std::bitset<kMaxFileNumber + 1> gNumbersInUse;
 // Failure for a read open that did not succeed, the way the runtime words it.
 Failure openFailure(int e) {
   if (e == ENOENT) return Failure(err::FileNotFound);
-  if (e == EISDIR) return Failure(err::PathFileAccessError);
+  if (e == EISDIR || e == ENXIO) return Failure(err::PathFileAccessError);
   return failureFromErrno(e);
 }
 
@@ -105,16 +105,9 @@ std::string readAllBytes(TextView path) {
 }
 
 FileHandle openForReading(const std::string& p, struct stat& st) {
-  int fd = sys::open(p.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) {
-    int e = errno;
-    if (::stat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) throw Failure(err::PathFileAccessError);
-    throw openFailure(e);
-  }
-  FileHandle h(fd);
-  if (::fstat(fd, &st) != 0) throw failureFromErrno(errno);
-  if (S_ISDIR(st.st_mode)) throw Failure(err::PathFileAccessError);
-  return h;
+  int fd = openRegularFile(p, O_RDONLY | O_CLOEXEC, 0, st);
+  if (fd < 0) throw openFailure(errno);
+  return FileHandle(fd);
 }
 
 FileBytes readToEnd(int fd, size_t stated) {
@@ -197,6 +190,9 @@ Text TextInputFile::readLine() {
 OutputFile::OutputFile(TextView path, Mode mode) : path_(checkedNativePath(path)) {
   if (mode == Mode::Append) {
     handle_ = FileHandle(openForAppend(path_));
+    struct stat st;
+    if (::fstat(handle_.fd(), &st) != 0) throw failureFromErrno(errno);
+    appendStart_ = st.st_size;
   } else {
     replacement_.emplace(path_, FileReplacement::Links::Follow);
   }
@@ -253,7 +249,16 @@ void OutputFile::writeOut(std::string_view bytes) {
     }
   } catch (const Failure&) {
     broken_ = true;
+    cutAppendBack();
     throw;
+  }
+}
+
+// An append that failed leaves the file at the length it had when the append began, not with
+// part of a line behind it.
+void OutputFile::cutAppendBack() {
+  if (replacement_ || handle_.fd() < 0) return;
+  while (::ftruncate(handle_.fd(), appendStart_) != 0 && errno == EINTR) {
   }
 }
 

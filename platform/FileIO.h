@@ -46,7 +46,8 @@ class FileHandle {
   int fd_ = -1;
 };
 
-// The whole content of a file as bytes; 53 missing, 75 a folder, 70 refused, 52 bad name.
+// The whole content of a file as bytes; 53 missing, 75 a folder or a file that is not a regular
+// one (a FIFO, socket or device, refused without blocking), 70 refused, 52 bad name.
 std::string readAllBytes(TextView path);
 // The same for a native path, as it stands.
 std::string readNativeBytes(const std::string& nativePath);
@@ -107,7 +108,8 @@ class TextInputFile {
 
 // Output or append open; every write goes through the code page. An output open builds the new
 // content beside the file and puts it in place at close(), so the file holds its old content
-// until then, and keeps it when a write fails or the object goes unclosed.
+// until then, and keeps it when a write fails or the object goes unclosed. An append whose write
+// fails cuts the file back to the length it had at the open.
 class OutputFile {
  public:
   enum class Mode { Output, Append };
@@ -123,10 +125,12 @@ class OutputFile {
  private:
   void flush();
   void writeOut(std::string_view bytes);
+  void cutAppendBack();
   FileNumber number_;
   std::string path_;
   std::optional<FileReplacement> replacement_;  // output
   FileHandle handle_;                           // append
+  off_t appendStart_ = 0;                       // the file's length when the append began
   std::string pending_;
   bool broken_ = false;
 };

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 
+#include <zrkKVL/Failure.h>
+
 namespace zrk::platform {
 namespace {
 
@@ -20,7 +22,7 @@ std::string findNoCase(const std::string& dir, TextView name) {
   if (!d) return {};
   std::string found;
   while (dirent* e = ::readdir(d)) {
-    if (equalsNoCase(fromUtf8(e->d_name), name)) {
+    if (equalsNoCase(textOfNativeName(e->d_name), name)) {
       found = e->d_name;
       break;
     }
@@ -31,7 +33,7 @@ std::string findNoCase(const std::string& dir, TextView name) {
 
 // The path as written, with "/" for every separator.
 std::string asWritten(TextView path) {
-  std::string out = toUtf8(path);
+  std::string out = nativeName(path);
   std::replace(out.begin(), out.end(), '\\', '/');
   return out;
 }
@@ -47,7 +49,7 @@ std::string walkPath(TextView path) {
     while (j < path.size() && !isSeparator(path[j]))
       ++j;
     TextView comp = path.substr(i, j - i);
-    std::string written = toUtf8(comp);
+    std::string written = nativeName(comp);
     std::string candidate = out + written;
     if (resolving && !comp.empty() && comp != u"." && comp != u".." && !exists(candidate)) {
       std::string match = findNoCase(out.empty() ? "." : out, comp);
@@ -68,6 +70,17 @@ std::string walkPath(TextView path) {
 
 bool isSeparator(char16_t c) {
   return c == u'/' || c == u'\\';
+}
+
+std::string nativeName(TextView name) {
+  if (name.find(u'\0') != TextView::npos) throw Failure(err::BadFileNameOrNumber);
+  std::string native = toUtf8(name);
+  if (fromUtf8(native) != name) throw Failure(err::BadFileNameOrNumber);
+  return native;
+}
+
+Text textOfNativeName(std::string_view native) {
+  return fromUtf8(native);
 }
 
 std::string nativePath(TextView path) {

@@ -14,8 +14,20 @@ inline constexpr char16_t kSep = u'/';
 
 bool isSeparator(char16_t c);
 
-// The native (UTF-8) path for `path`. Each component that does not exist as written resolves to
-// an existing entry of its folder that differs only in case; the rest stays as written.
+// The one conversion of a name (a file or folder name, or a whole path) to the system's bytes:
+// UTF-8, each character U+DC80 to U+DCFF going out as the byte it stands for (see fromUtf8), so
+// that any name read from the system comes back to it unchanged. Failure 52 (bad file name) for
+// a text the system cannot be given exactly, before anything is opened: one holding a NUL, which
+// the system would take for the name's end, or one that is not what its own bytes read back as
+// (a lone surrogate, stray-byte characters that together spell UTF-8), so that no two texts
+// name one file.
+std::string nativeName(TextView name);
+// The text of a name the system gives (a folder's entry, a process's executable); never fails.
+Text textOfNativeName(std::string_view native);
+
+// The native (UTF-8) path for `path`, through nativeName. Each component that does not exist as
+// written resolves to an existing entry of its folder that differs only in case; the rest stays as
+// written.
 std::string nativePath(TextView path);
 
 // A caller's path resolved once together with what stat (links followed) says of it, so that a

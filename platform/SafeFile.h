@@ -1,12 +1,15 @@
 // The rules every writer of the library follows: a final symbolic link is written through, a
 // rewritten file keeps its owner, group and mode, a new one is made 0666 less the umask, a file
-// without any write bit is refused to every caller, and a whole-file write replaces the old
-// content in one step, so that a crash or a full disk leaves the old content or the new, whole.
+// without any write bit is refused to every caller, only regular files are read or written as
+// files, and a whole-file write replaces the old content in one step, so that a crash or a full
+// disk leaves the old content or the new, whole (or, for a file rewritten in place, the old
+// content in the recovery folder).
 #pragma once
 
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -44,9 +47,30 @@ class FolderHandle {
   int fd_;
 };
 
+// Opens `path` (links followed) with `flags` for a file's bytes, without blocking and without
+// touching anything that is not a regular file: a FIFO, socket or device is refused before the
+// open where a stat shows it, and after a non-blocking open where one was swapped in; the
+// descriptor then blocks as usual. -1 with errno EISDIR for a folder, ENXIO for another kind of
+// file, else the open's own; `st` holds what fstat says of the open file.
+int openRegularFile(const std::string& path, int flags, mode_t mode, struct stat& st);
+
+// Where the old content of a file rewritten in place waits until the new is whole: the first
+// of $XDG_STATE_HOME/zrkkvl/recovery, ~/.local/state/zrkkvl/recovery and
+// /var/tmp/zrkkvl-recovery-UID that this user can make (mode 0700) and owns; "" when none.
+std::string recoveryFolder();
+
 // The new content of one file, built beside it and put in its place by commit(). Until then,
 // and when the object goes without a commit, the file keeps its old content. A failure is a
-// Failure with the runtime's number: 76 missing folder, 75 a folder, 70 read-only.
+// Failure with the runtime's number: 76 missing folder, 75 a folder or a file that is not a
+// regular one, 70 read-only.
+//
+// The new content is an unnamed file (O_TMPFILE), or, where the file system has none, a file
+// made exclusively under a random name; it is given a random name only for the moment of its
+// rename. No name a user or an archive member holds is ever the library's, removed or in the
+// way. Where no rename can keep the file what it is (more than one hard link, an owner the caller
+// cannot give a new file, a folder that takes no new name), the file is rewritten in place, and
+// its old content is first copied to recoveryFolder() and synced, and removed once the new
+// content is whole and synced (or put back after a failure).
 class FileReplacement {
  public:
   enum class Links {
@@ -65,18 +89,28 @@ class FileReplacement {
   void write(std::string_view bytes);
   // Puts the new content in place, durably; after a failure here the old content stays.
   void commit();
-  // For many files at once: leaves the new content under its temporary name, neither synced
-  // nor in place, and gives that name; the caller syncs once and renames each. A file that is
-  // rewritten in place is committed here and gives "".
-  std::string stage();
+
+  // For many files of one folder at once. Whether commit() rewrites the old file in place.
+  bool inPlace() const { return inPlace_; }
+  // The new content's descriptor, for a caller that makes many files durable in one step.
+  int contentFd() const { return fd_; }
+  // Gives the new content its final mode; a caller that syncs many files itself does this
+  // before its sync, so that the mode is durable with the content.
+  void takeFinalMode();
+  // Puts the new content in place by its rename, without syncing the file or the folder: for a
+  // caller that has made the content durable itself and syncs the folder after. A file that is
+  // rewritten in place is committed in full.
+  void commitSynced();
 
  private:
   void open();
   void openTemporary();
+  int openNamedTemporary();
   void writeAll(int fd, std::string_view bytes, off_t at);
   void commitInPlace();
-  void takeFinalMode();
+  void rewriteInPlace(int fd);
   void commitByRename();
+  void renameIntoPlace();
   void linkTemporary();
   void dropTemporary();
   void discard();
@@ -86,10 +120,11 @@ class FileReplacement {
   std::string name_;       // in the folder
   std::string shownPath_;  // for the fault seam
   std::optional<struct stat> old_;
-  bool inPlace_ = false;  // a hard-linked or special file, or one whose owner cannot be kept
-  int fd_ = -1;           // the unnamed temporary file
-  std::string tmpName_;   // its name where the file system has no unnamed files
+  bool inPlace_ = false;  // a hard-linked file, or one whose owner or folder allow no new file
+  int fd_ = -1;           // the new content, unnamed or under tmpName_
+  std::string tmpName_;   // its random name, while it has one
   std::string pending_;   // the content of an in-place rewrite
+  bool modeTaken_ = false;
   enum class State { Open, Committed, Dropped } state_ = State::Open;
 };
 
@@ -100,7 +135,16 @@ void writeFileWhole(const std::string& nativePath, std::string_view bytes);
 bool replaceFileAtomically(const std::string& nativePath, std::string_view bytes);
 
 // Opens a file for appending (a link followed, the file made when missing), refusing a
-// read-only one; failures as for a replacement.
+// read-only one and one that is not a regular file; failures as for a replacement.
 int openForAppend(const std::string& nativePath);
+
+// The writes of this thread that failed so far, and the system's error of the last of them:
+// a caller whose operation gives no sign of a failed write (an INI write gives false, and the
+// public operation drops it) compares the count before and after.
+struct WriteFailures {
+  uint64_t count = 0;
+  int lastError = 0;
+};
+WriteFailures writeFailuresOnThisThread();
 
 }  // namespace zrk::platform

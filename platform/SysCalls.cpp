@@ -2,6 +2,7 @@
 #include "platform/SysCalls.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -69,6 +70,7 @@ int check(Call call, const char* path) {
 namespace sys {
 namespace {
 int failWith(int e) {
+  if (e == faults::kKilledHere) ::raise(SIGKILL);
   errno = e;
   return -1;
 }

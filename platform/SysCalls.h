@@ -32,6 +32,8 @@ struct Rule {
   int times = -1;
 };
 void add(Rule rule);
+// As a rule's `error`: the process is killed (SIGKILL) at that call, before it is made.
+inline constexpr int kKilledHere = -9;
 void clear();
 
 // The usual faults, by name.

@@ -72,6 +72,26 @@ bool equalsNoCase(TextView a, TextView b) {
   return true;
 }
 
+// Appends the UTF-8 form of the code point `c` (up to U+10FFFF; a lone surrogate is encoded as
+// its three bytes would be, which no decoder takes as a character).
+static void appendUtf8(std::string& out, uint32_t c) {
+  if (c < 0x80) {
+    out += static_cast<char>(c);
+  } else if (c < 0x800) {
+    out += static_cast<char>(0xC0 | (c >> 6));
+    out += static_cast<char>(0x80 | (c & 0x3F));
+  } else if (c < 0x10000) {
+    out += static_cast<char>(0xE0 | (c >> 12));
+    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (c & 0x3F));
+  } else {
+    out += static_cast<char>(0xF0 | (c >> 18));
+    out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    out += static_cast<char>(0x80 | (c & 0x3F));
+  }
+}
+
 std::string toUtf8(TextView s) {
   std::string out;
   out.reserve(s.size());
@@ -80,59 +100,56 @@ std::string toUtf8(TextView s) {
     if (c >= 0xD800 && c <= 0xDBFF && i + 1 < s.size() && s[i + 1] >= 0xDC00 &&
         s[i + 1] <= 0xDFFF) {
       c = 0x10000 + ((c - 0xD800) << 10) + (s[++i] - 0xDC00);
-    } else if (c >= 0xD800 && c <= 0xDFFF) {
-      c = 0xFFFD;
+    } else if (isStrayByteCharacter(char16_t(c))) {
+      out += static_cast<char>(c - 0xDC00);  // the byte it stands for
+      continue;
     }
-    if (c < 0x80) {
-      out += static_cast<char>(c);
-    } else if (c < 0x800) {
-      out += static_cast<char>(0xC0 | (c >> 6));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    } else if (c < 0x10000) {
-      out += static_cast<char>(0xE0 | (c >> 12));
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    } else {
-      out += static_cast<char>(0xF0 | (c >> 18));
-      out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-      out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-      out += static_cast<char>(0x80 | (c & 0x3F));
-    }
+    appendUtf8(out, c);
   }
   return out;
+}
+
+// The length of the well-formed UTF-8 sequence at the start of `s` and its code point; 0 when
+// the first byte starts none (a stray byte, an overlong form, a surrogate, beyond U+10FFFF, a
+// sequence cut short).
+static size_t decodeOne(std::string_view s, uint32_t& c) {
+  unsigned char b = s[0];
+  size_t n;
+  uint32_t min;
+  if (b < 0x80) {
+    c = b;
+    return 1;
+  } else if (b >= 0xC2 && b <= 0xDF) {
+    c = b & 0x1F, n = 2, min = 0x80;
+  } else if (b >= 0xE0 && b <= 0xEF) {
+    c = b & 0x0F, n = 3, min = 0x800;
+  } else if (b >= 0xF0 && b <= 0xF4) {
+    c = b & 0x07, n = 4, min = 0x10000;
+  } else {
+    return 0;
+  }
+  if (s.size() < n) return 0;
+  for (size_t k = 1; k < n; ++k) {
+    unsigned char t = s[k];
+    if ((t & 0xC0) != 0x80) return 0;
+    c = (c << 6) | (t & 0x3F);
+  }
+  if (c < min || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) return 0;
+  return n;
 }
 
 Text fromUtf8(std::string_view s) {
   Text out;
   out.reserve(s.size());
   for (size_t i = 0; i < s.size();) {
-    unsigned char b = s[i];
     uint32_t c;
-    size_t n;
-    if (b < 0x80) {
-      c = b, n = 1;
-    } else if ((b & 0xE0) == 0xC0) {
-      c = b & 0x1F, n = 2;
-    } else if ((b & 0xF0) == 0xE0) {
-      c = b & 0x0F, n = 3;
-    } else if ((b & 0xF8) == 0xF0) {
-      c = b & 0x07, n = 4;
-    } else {
-      out += u'\uFFFD', ++i;
+    size_t n = decodeOne(s.substr(i), c);
+    if (n == 0) {
+      out += strayByteCharacter(static_cast<unsigned char>(s[i]));
+      ++i;
       continue;
     }
-    if (i + n > s.size()) {
-      out += u'\uFFFD';
-      break;
-    }
-    bool ok = true;
-    for (size_t k = 1; k < n; ++k) {
-      unsigned char t = s[i + k];
-      if ((t & 0xC0) != 0x80) ok = false;
-      c = (c << 6) | (t & 0x3F);
-    }
-    i += ok ? n : 1;
-    if (!ok) c = 0xFFFD;
+    i += n;
     if (c >= 0x10000) {
       c -= 0x10000;
       out += static_cast<char16_t>(0xD800 + (c >> 10));

@@ -142,7 +142,12 @@ class ZRK_API clsKVN : public Dispatch {
   bool MakeArchive(Variant aFiles, Text sFileName);
   // Writes each member into DiffDir (default: beside the archive), a CR LF added to each,
   // replacing files that exist; asks through the dialog backend before writing damaged records
-  // and gives false on No. A member's write failure reports; others throw.
+  // and gives false on No. A member's write failure reports; others throw. Members are in place
+  // as the walk goes, all of them before the question is asked. A stored name that is empty,
+  // "." or "..", or holds "/", "\" or NUL (so any absolute one) is refused and reported, nothing
+  // written. A damaged record's declared length is capped at what its stream could expand to
+  // (1032 bytes a byte, plus 4096), so its fallback file holds at most that many NULs behind
+  // what was expanded.
   bool ExtractArchive(Text sArchiveName, std::optional<Text> DiffDir = std::nullopt);
 
   // Files and text. Contents are Windows-1252, one character per byte.

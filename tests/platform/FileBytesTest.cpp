@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <functional>
 #include <thread>
 
@@ -46,34 +47,51 @@ TEST(FileBytes, FilesThatStateNoSizeAreReadToTheirEnd) {
   EXPECT_EQ(image.bytes(), viaString);
 }
 
-TEST(FileBytes, PipesAreReadToTheirEndWhateverTheirLength) {
-  // A pipe states no size and may give more than any first guess of room.
+// A FIFO, socket or device where a file is expected is refused at once, with no writer on the
+// FIFO's other end to wait for, and a device that never ends is not read at all.
+TEST(FileBytes, OnlyRegularFilesAreReadAndNothingBlocks) {
   TempDir d;
   std::string fifo = d / "pipe";
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-  for (size_t n : {size_t(10), (size_t(1) << 20) + 3}) {
-    std::string content = patterned(n);
-    auto feed = [&] {
-      return std::thread([&] {
-        int fd = ::open(fifo.c_str(), O_WRONLY);
-        for (size_t off = 0; fd >= 0 && off < content.size();) {
-          ssize_t w = ::write(fd, content.data() + off, content.size() - off);
-          if (w <= 0) break;
-          off += size_t(w);
-        }
-        ::close(fd);
-      });
-    };
-    std::thread writer = feed();
-    EXPECT_EQ(readNativeBytes(fifo), content) << n;
-    writer.join();
-    writer = feed();
-    {
-      FileImage image(T(fifo));
-      EXPECT_EQ(image.bytes(), content) << n;
-    }
-    writer.join();
+  test::makeUnopenableFile(d / "socket");
+  ASSERT_EQ(::symlink("/dev/zero", (d / "zero-link").c_str()), 0);
+  for (const std::string& path :
+       {fifo, d / "socket", std::string("/dev/zero"), d / "zero-link", std::string("/dev/null")}) {
+    EXPECT_EQ(test::failureOf([&] { readNativeBytes(path); }), err::PathFileAccessError) << path;
+    EXPECT_EQ(test::failureOf([&] { FileImage image(T(path)); }), err::PathFileAccessError) << path;
+    EXPECT_EQ(test::failureOf([&] { TextInputFile lines(T(path)); }), err::PathFileAccessError)
+        << path;
   }
+}
+
+// A FIFO swapped with the file again and again while it is read: each read gives the file's
+// content or failure 75, and none blocks.
+TEST(FileBytes, AFifoSwappedInIsRefusedWithoutBlocking) {
+  TempDir d;
+  std::string file = d / "f", fifo = d / "p";
+  test::writeBytes(file, "content");
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  std::atomic<bool> stop{false};
+  std::thread swapper([&] {
+    while (!stop)
+      ::renameat2(AT_FDCWD, file.c_str(), AT_FDCWD, fifo.c_str(), RENAME_EXCHANGE);
+  });
+  ::alarm(60);  // a read that blocks ends the test instead of hanging it
+  int refused = 0;
+  for (int i = 0; i < 3000; ++i) {
+    std::string got;
+    int32_t number = test::failureOf([&] { got = readNativeBytes(file); });
+    if (number) {
+      EXPECT_EQ(number, err::PathFileAccessError);
+      ++refused;
+    } else {
+      EXPECT_EQ(got, "content");
+    }
+  }
+  stop = true;
+  swapper.join();
+  ::alarm(0);
+  RecordProperty("refused", refused);
 }
 
 TEST(FileBytes, GivenBackPagesLeaveTheRestIntact) {
@@ -105,7 +123,7 @@ TEST(FileBytes, FailuresAreTheSameForBothReads) {
       {"folder", T(d / "dir"), err::PathFileAccessError},
       {"folder that cannot be listed", T(d / "closed"), err::PathFileAccessError},
       {"empty name", u"", err::BadFileNameOrNumber},
-      {"socket", T(d / "socket"), -1},
+      {"socket", T(d / "socket"), err::PathFileAccessError},
       {"no read permission", T(d / "unreadable"), -1},
   };
   for (const auto& c : cases) {

@@ -9,11 +9,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <functional>
+#include <random>
 #include <set>
 
 #include <zrkKVL/Failure.h>
+#include "platform/BinaryFile.h"
 #include "platform/ExtractionFolder.h"
 #include "platform/FileIO.h"
 #include "platform/ProfileOps.h"
@@ -111,9 +114,13 @@ TEST(FileRules, RootRewritingAnotherUsersFileKeepsItTheirs) {
     EXPECT_EQ(readBytes(d / "f"), "new") << w.name;
     // The owner goes on writing it, in a folder where it may not make files.
     ::chmod(d.path().c_str(), 0755);
+    // Its recovery folder, for the rewrite in place, is one of its own.
+    test::makeDir(d / "state");
+    ASSERT_EQ(::chown((d / "state").c_str(), nobody->pw_uid, nobody->pw_gid), 0);
     pid_t child = ::fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
+      ::setenv("XDG_STATE_HOME", (d / "state").c_str(), 1);
       bool ok = ::setgid(nobody->pw_gid) == 0 && ::setuid(nobody->pw_uid) == 0 &&
                 replaceFileAtomically(d / "f", "by its owner");
       ::_exit(ok ? 0 : 1);
@@ -177,14 +184,15 @@ TEST(FileRules, NamesUpToTheFileSystemLimitAreWritten) {
   EXPECT_EQ(entriesOf(d.path()).size(), 3u);
 }
 
-// Where the file system has no unnamed files, a short temporary name of the file's own takes
-// their place, with the same results and nothing left behind.
+// Where the file system has no unnamed files, a random temporary name made exclusively takes
+// their place, with the same results and nothing left behind; a user's file that bears a name
+// the library once used stays as it is.
 TEST(FileRules, WithoutUnnamedFilesATemporaryNameServes) {
   faults::Scope scope;
   TempDir d;
   writeBytes(d / "old", "old");
   ::chmod((d / "old").c_str(), 0640);
-  writeBytes(d / ".~zrk.old", "left by a killed writer");
+  writeBytes(d / ".~zrk.old", "a user's own file");
   mode_t mask = ::umask(027);
   for (const char* name : {"old", "new"}) {
     faults::add({faults::Call::OpenWrite, d / name, EOPNOTSUPP, 0, 1});
@@ -194,12 +202,14 @@ TEST(FileRules, WithoutUnnamedFilesATemporaryNameServes) {
   ::umask(mask);
   EXPECT_EQ(statOf(d / "old").st_mode & 07777, 0640u);
   EXPECT_EQ(statOf(d / "new").st_mode & 07777, 0640u);
-  EXPECT_EQ(entriesOf(d.path()), (std::set<std::string>{"new", "old"}));
+  const std::set<std::string> all = {".~zrk.old", "new", "old"};
+  EXPECT_EQ(entriesOf(d.path()), all);
   faults::add({faults::Call::OpenWrite, d / "old", EOPNOTSUPP, 0, 1});
   faults::diskFull(d / "old");
   EXPECT_EQ(failureOf([&] { writeFileWhole(d / "old", "lost"); }), err::DiskFull);
   EXPECT_EQ(readBytes(d / "old"), "content of old");
-  EXPECT_EQ(entriesOf(d.path()), (std::set<std::string>{"new", "old"}));
+  EXPECT_EQ(entriesOf(d.path()), all);
+  EXPECT_EQ(readBytes(d / ".~zrk.old"), "a user's own file");
 }
 
 TEST(FileRules, AnUnclosedOutputKeepsTheOldContent) {
@@ -247,9 +257,9 @@ TEST_F(FullDisk, AWriteThatDoesNotFitKeepsTheOldContentWhole) {
   EXPECT_EQ(readBytes(dir / "f"), "fits");
 }
 
-// A writer killed at any moment leaves the old content or the new, whole, and no temporary
-// that outlives the next write.
-TEST(FileRules, AKilledWriterLeavesOneWholeVersionAndNoTemporary) {
+// A writer killed at any moment leaves the old content or the new, whole, and nothing beside
+// it but, for a kill between the temporary's name and its rename, that random name.
+TEST(FileRules, AKilledWriterLeavesOneWholeVersion) {
   TempDir d;
   const std::string a(300 * 1024, 'a'), b(200 * 1024, 'b');
   std::string path = d / "f";
@@ -267,10 +277,296 @@ TEST(FileRules, AKilledWriterLeavesOneWholeVersionAndNoTemporary) {
     std::string now = readBytes(path);
     EXPECT_TRUE(now == a || now == b) << "round " << round << ": " << now.size() << " bytes";
     std::set<std::string> entries = entriesOf(d.path());
-    entries.erase(".~zrk.f");  // killed between its link and its rename: the next write takes it
+    // Killed between its link and its rename: a random name of the library's own, which no
+    // later write mistakes for anything.
+    std::erase_if(entries, [](const std::string& e) { return e.rfind(".zrk-tmp-", 0) == 0; });
     EXPECT_EQ(entries, std::set<std::string>{"f"}) << "round " << round;
   }
-  writeFileWhole(path, "last");
+}
+
+// Every whole-file writer, over a folder that holds a user's entries of every name the library
+// once used for itself: they are never removed, replaced or in the way, and nothing else is left.
+TEST(FileRules, TemporariesAreTheLibrarysAlone) {
+  TempDir d;
+  writeBytes(d / ".~zrk.f", "a user's file");
+  test::makeDir(d / ".~zrk.g");
+  writeBytes(d / ".~zrk.g/inside", "kept");
+  ASSERT_EQ(::symlink("f", (d / ".~zrk.h").c_str()), 0);
+  const std::set<std::string> users = {".~zrk.f", ".~zrk.g", ".~zrk.h"};
+  for (const Writer& w : wholeFileWriters()) {
+    for (const char* name : {"f", "g", "h"}) {
+      w.write(d / name, std::string("first ") + name);
+      w.write(d / name, std::string("second ") + name);
+      EXPECT_EQ(readBytes(d / name), std::string("second ") + name) << w.name;
+    }
+  }
+  {
+    ExtractionFolder out(T(d.path()));
+    for (const char* name : {"f", ".~zrk.f2", "g"})
+      out.writeFile(T(name), std::string("member ") + name);
+    EXPECT_TRUE(out.flush().empty());
+  }
+  EXPECT_EQ(readBytes(d / ".~zrk.f"), "a user's file");
+  EXPECT_EQ(readBytes(d / ".~zrk.g/inside"), "kept");
+  EXPECT_EQ(readBytes(d / ".~zrk.f2"), "member .~zrk.f2");
+  EXPECT_EQ(readBytes(d / "g"), "member g");
+  char target[8] = {};
+  EXPECT_EQ(::readlink((d / ".~zrk.h").c_str(), target, sizeof target - 1), 1);
+  std::set<std::string> all = users;
+  all.insert({"f", "g", "h", ".~zrk.f2"});
+  EXPECT_EQ(entriesOf(d.path()), all);
+}
+
+// A FIFO, a socket or a device where a file is written is refused with 75 at once: no writer
+// waits for a reader, and the special file stays what it was.
+TEST(FileRules, OnlyRegularFilesAreWritten) {
+  TempDir d;
+  ASSERT_EQ(::mkfifo((d / "fifo").c_str(), 0600), 0);
+  test::makeUnopenableFile(d / "socket");
+  ASSERT_EQ(::symlink("/dev/null", (d / "null").c_str()), 0);
+  ::alarm(30);  // a writer that blocks ends the test instead of hanging it
+  for (const char* name : {"fifo", "socket", "null"}) {
+    std::string path = d / name;
+    for (const Writer& w : wholeFileWriters())
+      EXPECT_EQ(failureOf([&] { w.write(path, "x"); }), err::PathFileAccessError) << name;
+    EXPECT_EQ(failureOf([&] { OutputFile out(T(path), OutputFile::Mode::Append); }),
+              err::PathFileAccessError)
+        << name;
+    EXPECT_EQ(failureOf([&] { BinaryFile file(T(path)); }), err::PathFileAccessError) << name;
+  }
+  {
+    ExtractionFolder out(T(d.path()));
+    EXPECT_EQ(failureOf([&] { out.writeFile(u"fifo", "x"); }), err::PathFileAccessError);
+  }
+  ::alarm(0);
+  EXPECT_TRUE(S_ISFIFO(statOf(d / "fifo").st_mode));
+  EXPECT_TRUE(S_ISSOCK(statOf(d / "socket").st_mode));
+  EXPECT_TRUE(S_ISLNK(statOf(d / "null").st_mode));
+}
+
+// The recovery folder of a test of its own, for the in-place rewrites.
+class InPlace : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (const char* was = std::getenv("XDG_STATE_HOME")) before = was;
+    ::setenv("XDG_STATE_HOME", state.path().c_str(), 1);
+    writeBytes(dir / "f", old);
+    ASSERT_EQ(::link((dir / "f").c_str(), (dir / "link").c_str()), 0);
+  }
+  void TearDown() override {
+    if (before.empty()) {
+      ::unsetenv("XDG_STATE_HOME");
+    } else {
+      ::setenv("XDG_STATE_HOME", before.c_str(), 1);
+    }
+  }
+  std::vector<std::string> copies() const {
+    std::vector<std::string> all;
+    std::string folder = state / "zrkkvl/recovery";
+    if (!test::exists(folder)) return all;
+    for (const auto& e : std::filesystem::directory_iterator(folder))
+      all.push_back(readBytes(e.path()));
+    return all;
+  }
+  TempDir state, dir;
+  std::string before;
+  const std::string old = std::string(64 * 1024, 'o');
+};
+
+// A failure at any step of an in-place rewrite puts the old content back and leaves no copy;
+// the hard link stays.
+TEST_F(InPlace, AFailedRewriteKeepsTheOldContentAndTheLinks) {
+  faults::Scope scope;
+  struct Case {
+    faults::Call call;
+    int error;
+    int32_t number;
+  } cases[] = {
+      {faults::Call::Write, ENOSPC, err::DiskFull},
+      {faults::Call::Write, EIO, err::DeviceIOError},
+      {faults::Call::OpenWrite, EACCES, err::PermissionDenied},
+  };
+  for (const Case& c : cases) {
+    faults::add({c.call, dir / "f", c.error});
+    EXPECT_EQ(failureOf([&] { writeFileWhole(dir / "f", std::string(200 * 1024, 'n')); }),
+              c.number);
+    faults::clear();
+    EXPECT_TRUE(readBytes(dir / "f") == old) << c.number;
+    EXPECT_EQ(statOf(dir / "f").st_ino, statOf(dir / "link").st_ino);
+    EXPECT_TRUE(copies().empty()) << c.number;
+  }
+  writeFileWhole(dir / "f", "new");
+  EXPECT_EQ(readBytes(dir / "link"), "new");
+  EXPECT_TRUE(copies().empty());
+}
+
+// A folder that takes no new file still lets a writable file in it be rewritten, in place.
+TEST_F(InPlace, AFolderThatTakesNoNewFileIsRewrittenInPlace) {
+  if (::geteuid() == 0) GTEST_SKIP() << "root writes every folder";
+  writeBytes(dir / "g", "old g");
+  ::chmod(dir.path().c_str(), 0555);
+  writeFileWhole(dir / "g", "new g");
+  EXPECT_EQ(failureOf([&] { writeFileWhole(dir / "h", "new h"); }), err::PermissionDenied);
+  ::chmod(dir.path().c_str(), 0755);
+  EXPECT_EQ(readBytes(dir / "g"), "new g");
+  EXPECT_EQ(entriesOf(dir.path()), (std::set<std::string>{"f", "g", "link"}));
+  EXPECT_TRUE(copies().empty());
+}
+
+// A recovery folder that cannot be made refuses the rewrite before the file changes.
+// A recovery folder that is a link, or cannot be made, is passed over for the next place.
+TEST_F(InPlace, ARecoveryFolderNotOfTheCallersOwnIsPassedOver) {
+  TempDir elsewhere, home;
+  test::makeDir(state / "zrkkvl");
+  ASSERT_EQ(::symlink(elsewhere.path().c_str(), (state / "zrkkvl/recovery").c_str()), 0);
+  std::string homeWas = std::getenv("HOME") ? std::getenv("HOME") : "";
+  ::setenv("HOME", home.path().c_str(), 1);
+  EXPECT_EQ(recoveryFolder(), home / ".local/state/zrkkvl/recovery");
+  writeFileWhole(dir / "f", "new");
+  EXPECT_EQ(readBytes(dir / "link"), "new");
+  EXPECT_TRUE(entriesOf(elsewhere.path()).empty());
+  EXPECT_TRUE(entriesOf(home / ".local/state/zrkkvl/recovery").empty());
+  ::setenv("HOME", homeWas.c_str(), 1);
+}
+
+// A writer killed at any moment of an in-place rewrite leaves the file old or new, whole, or
+// torn with its old content whole in the recovery folder.
+TEST_F(InPlace, AKilledRewriteLeavesTheOldContentRecoverable) {
+  const std::string a(3 << 20, 'a'), b(2 << 20, 'b');
+  writeFileWhole(dir / "f", a);
+  std::mt19937 random(11);
+  int torn = 0;
+  for (int round = 0; round < 30; ++round) {
+    pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      for (int i = 0;; ++i)
+        writeFileWhole(dir / "f", i % 2 ? a : b);
+    }
+    ::usleep(useconds_t(1000 + random() % 40000));
+    ::kill(child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+    std::string now = readBytes(dir / "link");
+    if (now != a && now != b) {
+      ++torn;
+      std::vector<std::string> kept = copies();
+      EXPECT_TRUE(std::count(kept.begin(), kept.end(), a) + std::count(kept.begin(), kept.end(), b))
+          << "round " << round << ": a torn file and no whole copy of its old content";
+    }
+    EXPECT_EQ(statOf(dir / "f").st_ino, statOf(dir / "link").st_ino);
+  }
+  for (const std::string& copy : copies())
+    EXPECT_TRUE(copy == a || copy == b || copy.size() < a.size()) << copy.size();
+  RecordProperty("torn", torn);
+}
+
+// Members that do not fit are reported one by one; those that fit are whole, and nothing else
+// is left on the full disk.
+TEST_F(FullDisk, ExtractionKeepsEveryMemberWholeOrAbsent) {
+  std::vector<std::string> failedNames;
+  {
+    ExtractionFolder out(T(dir.path()));
+    for (int i = 0; i < 10; ++i) {
+      std::string name = "m" + std::to_string(i);
+      try {
+        out.writeFile(T(name), std::string(12 * 1024, char('a' + i)));
+      } catch (const Failure& f) {
+        EXPECT_EQ(f.number(), err::DiskFull) << name;
+        failedNames.push_back(name);
+      }
+    }
+    for (auto& [name, failure] : out.flush())
+      failedNames.push_back(toUtf8(name));
+  }
+  EXPECT_FALSE(failedNames.empty());
+  for (const std::string& e : entriesOf(dir.path())) {
+    ASSERT_EQ(e[0], 'm') << e;
+    EXPECT_TRUE(readBytes(dir / e) == std::string(12 * 1024, char('a' + (e[1] - '0')))) << e;
+  }
+  EXPECT_EQ(entriesOf(dir.path()).size() + failedNames.size(), 10u);
+}
+
+// Each writer killed at each of its calls behind the seam: the file holds its old content or
+// its new, whole, and the old content of a file rewritten in place is never lost.
+TEST_F(InPlace, AWriterKilledAtAnyOfItsCallsLeavesOneWholeVersion) {
+  const std::string fresh = std::string(100 * 1024, 'n');
+  struct Case {
+    const char* writer;
+    std::string path;
+    std::function<void()> write;
+  } cases[] = {
+      {"new file", dir / "new", [&] { writeFileWhole(dir / "new", fresh); }},
+      {"replaced file", dir / "g", [&] { writeFileWhole(dir / "g", fresh); }},
+      {"hard-linked file", dir / "f", [&] { writeFileWhole(dir / "f", fresh); }},
+      {"append", dir / "g",
+       [&] {
+         OutputFile out(T(dir / "g"), OutputFile::Mode::Append);
+         out.writeBytes(fresh);
+         out.close();
+       }},
+      {"extraction", dir / "g",
+       [&] {
+         ExtractionFolder out(T(dir.path()));
+         out.writeFile(u"g", fresh);
+         out.writeFile(u"new", fresh);
+       }},
+  };
+  using faults::Call;
+  int killed = 0;
+  for (const Case& c : cases) {
+    for (Call call : {Call::OpenWrite, Call::Write, Call::Rename}) {
+      for (int skip : {0, 1}) {
+        writeBytes(dir / "g", old);
+        ::unlink((dir / "new").c_str());
+        pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+          faults::add({call, c.path, faults::kKilledHere, skip, 1});
+          c.write();
+          ::_exit(0);
+        }
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        killed += WIFSIGNALED(status);
+        std::string now = test::exists(c.path) ? readBytes(c.path) : "absent";
+        bool whole = now == old || now == fresh || now == old + fresh ||
+                     (now == "absent" && c.path == dir / "new");
+        EXPECT_TRUE(whole) << c.writer << " call " << int(call) << " skip " << skip << ": "
+                           << now.size() << " bytes";
+        EXPECT_TRUE(readBytes(dir / "link") == old || readBytes(dir / "link") == fresh) << c.writer;
+        writeBytes(dir / "f", old);
+      }
+    }
+  }
+  EXPECT_GE(killed, 10) << "the seam's kills reach the writers' calls";
+}
+
+// An append that fails leaves the file at the length it had, without part of a line.
+TEST_F(FullDisk, AFailedAppendLeavesTheOldLength) {
+  writeBytes(dir / "log", "line 1\r\n");
+  writeBytes(dir / "filler", std::string(40 * 1024, 'f'));
+  OutputFile out(T(dir / "log"), OutputFile::Mode::Append);
+  std::string big(64 * 1024, 'x');
+  EXPECT_EQ(failureOf([&] {
+              out.writeBytes(big);
+              out.close();
+            }),
+            err::DiskFull);
+  EXPECT_EQ(readBytes(dir / "log"), "line 1\r\n");
+}
+
+// A failed write is counted for callers whose operation gives no sign of it.
+TEST(FileRules, FailedWritesAreCounted) {
+  faults::Scope scope;
+  TempDir d;
+  WriteFailures before = writeFailuresOnThisThread();
+  writeFileWhole(d / "f", "x");
+  EXPECT_EQ(writeFailuresOnThisThread().count, before.count);
+  faults::add({faults::Call::Rename, d / "f", EIO});
+  EXPECT_FALSE(replaceFileAtomically(d / "f", "y"));
+  EXPECT_EQ(writeFailuresOnThisThread().count, before.count + 1);
+  EXPECT_EQ(writeFailuresOnThisThread().lastError, EIO);
+  EXPECT_EQ(readBytes(d / "f"), "x");
   EXPECT_EQ(entriesOf(d.path()), std::set<std::string>{"f"});
 }
 

@@ -22,6 +22,27 @@
 #include "platform/ProfileCache.h"
 
 namespace zrk::test {
+namespace {
+
+// The recovery folder of in-place rewrites lies in a throwaway folder for the whole test run
+// (and for the tools the tests start), never in the home of whoever runs the tests.
+struct ThrowawayStateFolder {
+  ThrowawayStateFolder() {
+    std::string tmpl = (std::filesystem::temp_directory_path() / "zrkkvl-state-XXXXXX").string();
+    if (::mkdtemp(tmpl.data())) {
+      path = tmpl;
+      ::setenv("XDG_STATE_HOME", path.c_str(), 1);
+    }
+  }
+  ~ThrowawayStateFolder() {
+    std::error_code ec;
+    if (!path.empty() && ::getpid() == owner) std::filesystem::remove_all(path, ec);
+  }
+  std::string path;
+  pid_t owner = ::getpid();
+} gStateFolder;
+
+}  // namespace
 
 TempDir::TempDir() {
   std::string tmpl = (std::filesystem::temp_directory_path() / "zrkkvl-test-XXXXXX").string();
