@@ -1,5 +1,5 @@
 // The Python module zrkkvl: the class with every operation, calls by name, the code page, the
-// dialog handler and the failure class.
+// dialog handler, the root setter and the failure class.
 #include <pybind11/eval.h>
 #include <pybind11/pybind11.h>
 
@@ -113,6 +113,21 @@ PYBIND11_MODULE(zrkkvl, m) {
         "button pressed (OK, Cancel, Yes, ...); None from it, or an exception, takes the answer "
         "that changes nothing. set_dialog_handler(None) gives the library's own dialogs back. "
         "Forms, help and tooltips stay with the library's own dialogs.");
+  m.def(
+      "set_root_path",
+      [](py::object root) {
+        translated([&] {
+          // A path object (pathlib) counts as its text.
+          SetRootPath(textOf(py::module_::import("os").attr("fspath")(root)));
+          return py::none();
+        });
+      },
+      py::arg("root"),
+      "Chooses the installation root for the program (ROOT: its ErrorLog.txt and settings), "
+      "after the environment variable ZRKKVL_ROOT and before the main program's tree and the "
+      "per-user root: call it before the thread's first instance. A thread already started "
+      "keeps its RootPath (the settings and help it reads); the two logs look their path up at "
+      "each write and follow the new choice. An empty text forgets the choice.");
   m.def(
       "CloseGameHandle",
       [](int32_t handle) {
