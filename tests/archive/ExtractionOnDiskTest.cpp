@@ -15,13 +15,6 @@
 namespace zrk::test {
 namespace {
 
-std::set<std::string> entriesOf(const std::string& dir) {
-  std::set<std::string> out;
-  for (const auto& e : std::filesystem::directory_iterator(dir))
-    out.insert(e.path().filename().string());
-  return out;
-}
-
 // Elements "N|member-I.txt" + a content of its own, and an element without a bar at `damagedAt`.
 Variant elements(int count, int damagedAt = -1, size_t size = 100) {
   std::vector<Text> all;

@@ -16,13 +16,6 @@
 namespace zrk::test {
 namespace {
 
-std::set<std::string> entriesOf(const std::string& dir) {
-  std::set<std::string> out;
-  for (const auto& e : std::filesystem::directory_iterator(dir))
-    out.insert(e.path().filename().string());
-  return out;
-}
-
 // An archive of the given elements, made through the library by name.
 void makeArchive(const TempDir& dir, const std::string& archive, const std::string& elements) {
   writeBytes(dir / "elements", elements);

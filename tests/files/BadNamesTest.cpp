@@ -10,13 +10,6 @@
 namespace zrk::test {
 namespace {
 
-std::set<std::string> entriesOf(const std::string& dir) {
-  std::set<std::string> out;
-  for (const auto& e : std::filesystem::directory_iterator(dir))
-    out.insert(e.path().filename().string());
-  return out;
-}
-
 class BadNames : public ReportingTest {
  protected:
   // The failure's number: thrown to the caller, or the one the operation reported.

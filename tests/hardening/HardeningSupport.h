@@ -47,17 +47,6 @@ inline int32_t numberOf(int error) {
   return failureFromErrno(error).info().Number;
 }
 
-// The names in a folder, without "." and "..".
-inline std::set<std::string> entriesOf(const std::string& dir) {
-  std::set<std::string> out;
-  if (DIR* d = ::opendir(dir.c_str())) {
-    while (dirent* e = ::readdir(d))
-      if (std::string(e->d_name) != "." && std::string(e->d_name) != "..") out.insert(e->d_name);
-    ::closedir(d);
-  }
-  return out;
-}
-
 class HardeningTest : public LibraryTest {
  protected:
   void SetUp() override {

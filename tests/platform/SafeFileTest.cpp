@@ -26,6 +26,7 @@
 namespace zrk::platform {
 namespace {
 
+using test::entriesOf;
 using test::failureOf;
 using test::readBytes;
 using test::T;
@@ -36,13 +37,6 @@ struct stat statOf(const std::string& path) {
   struct stat st {};
   EXPECT_EQ(::lstat(path.c_str(), &st), 0) << path;
   return st;
-}
-
-std::set<std::string> entriesOf(const std::string& dir) {
-  std::set<std::string> out;
-  for (const auto& e : std::filesystem::directory_iterator(dir))
-    out.insert(e.path().filename().string());
-  return out;
 }
 
 // Every writer of whole files, over a native path.

@@ -29,13 +29,6 @@ std::shared_ptr<FormObject> renameForm(const Text& name, const Text& old) {
 
 using ProfileRenameFolders = ProfileLibraryTest;
 
-std::set<std::string> namesIn(const std::string& folder) {
-  std::set<std::string> names;
-  for (const auto& e : std::filesystem::directory_iterator(folder))
-    names.insert(e.path().filename().string());
-  return names;
-}
-
 // A profile's folder as a main program leaves it: private settings, a file of another account
 // (when root can make one), a link inside the folder and a link to a folder outside it.
 void makeProfileFolder(const std::string& folder, const std::string& outside) {
@@ -97,7 +90,7 @@ TEST_F(ProfileRenameFolders, RenamesKeepOwnersModesLinksAndOtherFolders) {
     EXPECT_EQ(now, moved) << toUtf8(c.name) << "\nold:\n"
                           << describe(moved) << "new:\n"
                           << describe(now);
-    EXPECT_EQ(namesIn(profiles),
+    EXPECT_EQ(entriesOf(profiles),
               (std::set<std::string>{toUtf8(c.name), toUtf8(c.name) + ".~rename", "Other"}))
         << toUtf8(c.name);
     EXPECT_EQ(listTree(profiles + "/Other"), others);

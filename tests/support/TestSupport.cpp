@@ -76,6 +76,13 @@ void writeBytes(const std::string& path, const std::string& bytes) {
   out << bytes;
 }
 
+std::set<std::string> entriesOf(const std::string& dir) {
+  std::set<std::string> out;
+  for (const auto& e : std::filesystem::directory_iterator(dir))
+    out.insert(e.path().filename().string());
+  return out;
+}
+
 bool exists(const std::string& path) {
   struct stat st;
   return ::lstat(path.c_str(), &st) == 0;

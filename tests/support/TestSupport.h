@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 
 #include <zrkKVL/clsKVN.h>
@@ -33,6 +34,8 @@ class TempDir {
 std::string readBytes(const std::string& path);
 void writeBytes(const std::string& path, const std::string& bytes);
 bool exists(const std::string& path);
+// The names a folder holds, without "." and "..".
+std::set<std::string> entriesOf(const std::string& dir);
 void makeDir(const std::string& path);
 // A file that exists but cannot be opened (a socket), since tests may run as root, for whom
 // permission bits refuse nothing.
