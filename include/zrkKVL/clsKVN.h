@@ -153,10 +153,11 @@ class ZRK_API clsKVN : public Dispatch {
   // Files and text. Contents are Windows-1252, one character per byte.
   // The lines from the first non-blank one, joined by CR LF. Reports; "" on failure.
   Text ReadFileToString(Text fileStr);
-  // The file's bytes. Reports; "" on failure.
+  // The file's bytes as decimal numbers, each followed by "/", with the blanks at both ends
+  // taken off. Reports; "" on failure.
   Text ReadBinaryFileToString(Text fileStr);
-  // The bytes as decimal (BinRead) or hexadecimal (HexRead) numbers, each followed by "/".
-  // Reports; "" on failure.
+  // The bytes as decimal (BinRead) or hexadecimal (HexRead) numbers, each followed by "/", with
+  // the growing buffer's spare blanks kept behind. Reports; "" on failure.
   Text BinRead(Text FileName);
   Text HexRead(Text FileName);
   // Replaces the file with the lines (an array, or one text), CR LF after each. Reports, the
