@@ -61,7 +61,7 @@ void ExtractionFolder::writeFile(TextView name, std::string_view bytes) {
   if (!handle_) open();
   std::string entry = entryFor(name);
   dropWaiting(entry);
-  auto file = std::make_unique<FileReplacement>(*handle_, entry, native_ + "/" + entry);
+  auto file = std::make_unique<FileReplacement>(handle_->fd(), entry, native_ + "/" + entry);
   file->write(bytes);
   index_.emplace(lowerCase(name), entry);
   if (file->inPlace()) {

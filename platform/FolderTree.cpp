@@ -37,12 +37,6 @@ int openFolderAt(int dirFd, const std::string& name) {
   return ::openat(dirFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
 }
 
-std::optional<struct stat> lstatAt(int dirFd, const std::string& name) {
-  struct stat st;
-  if (::fstatat(dirFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
-  return st;
-}
-
 // The names a folder holds, last name first, so that taking them from the back goes in order.
 std::vector<std::string> namesIn(int dirFd) {
   int fd = ::openat(dirFd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -180,7 +174,7 @@ void walkTree(FolderCursor& at, TreeVisitor& visitor) {
     }
     std::string name = std::move(levels.back().todo.back());
     levels.back().todo.pop_back();
-    std::optional<struct stat> st = lstatAt(at.fd(), name);
+    std::optional<struct stat> st = statAt(at.fd(), name);
     if (!st) {
       if (errno == ENOENT) continue;  // gone meanwhile
       fail(errno);
@@ -264,7 +258,7 @@ class Removal : public TreeVisitor {
 void removeAt(const Place& place, bool force) {
   int parent = place.folder.fd();
   for (int looks = 0; looks < kMaxLooks; ++looks) {
-    std::optional<struct stat> st = lstatAt(parent, place.name);
+    std::optional<struct stat> st = statAt(parent, place.name);
     if (!st) fail(errno);
     if (S_ISLNK(st->st_mode)) {
       // A link to a folder goes as a link: the folder it names is no part of this one.
@@ -309,7 +303,7 @@ bool copyLink(int fromDir, const std::string& name, const struct stat& st, int t
       return true;
     }
     if (errno != EEXIST) fail(errno);
-    std::optional<struct stat> old = lstatAt(toDir, toName);
+    std::optional<struct stat> old = statAt(toDir, toName);
     if (old && S_ISDIR(old->st_mode)) throw Failure(err::FileAlreadyExists);
     if (::unlinkat(toDir, toName.c_str(), 0) != 0 && errno != ENOENT) fail(errno);
   }
@@ -370,10 +364,9 @@ class Copy : public TreeVisitor {
     prepareTarget(name, st);
     {
       // The file rules write the content whole and synced; a target that exists keeps its
-      // owner and mode through them. They get the folder the cursor holds opened again through
-      // its descriptor, so no path is walked.
-      FolderHandle folder("/proc/self/fd/" + std::to_string(to_.fd()));
-      FileReplacement out(folder, name, shown);
+      // owner and mode through them. They work in the folder the cursor holds, so no path is
+      // walked.
+      FileReplacement out(to_.fd(), name, shown);
       std::string buf(1 << 16, '\0');
       for (;;) {
         ssize_t n = ::read(in.fd(), buf.data(), buf.size());
@@ -397,7 +390,7 @@ class Copy : public TreeVisitor {
   void prepareTarget(const std::string& name, const struct stat& source) {
     int dir = to_.fd();
     for (int looks = 0; looks < kMaxLooks; ++looks) {
-      std::optional<struct stat> old = lstatAt(dir, name);
+      std::optional<struct stat> old = statAt(dir, name);
       if (old && S_ISLNK(old->st_mode)) {
         if (::unlinkat(dir, name.c_str(), 0) != 0 && errno != ENOENT) fail(errno);
         continue;
@@ -446,7 +439,7 @@ void copyInto(FolderCursor& from, const Place& to) {
 
 // What lstat says of the folder at a place: a folder, or a link to one (76 otherwise).
 struct stat folderEntry(const Place& place) {
-  std::optional<struct stat> st = lstatAt(place.folder.fd(), place.name);
+  std::optional<struct stat> st = statAt(place.folder.fd(), place.name);
   if (!st) fail(errno);
   struct stat target;
   bool folder =
@@ -560,7 +553,7 @@ void moveFolderTree(const std::string& from, const std::string& to) {
   if (S_ISDIR(st.st_mode) && isAtOrAbove(dst.folder.fd(), NodeId::of(st))) {
     throw Failure(err::InvalidCall);
   }
-  std::optional<struct stat> there = lstatAt(dst.folder.fd(), dst.name);
+  std::optional<struct stat> there = statAt(dst.folder.fd(), dst.name);
   bool sameEntry = there && NodeId::of(*there) == NodeId::of(st);
   if (!there || sameEntry) {
     // One rename: to a free name, or to the letters written where the file system takes

@@ -53,12 +53,6 @@ std::string randomTemporaryName() {
 
 constexpr int kNameTries = 100;
 
-std::optional<struct stat> statAt(int dirFd, const std::string& name) {
-  struct stat st;
-  if (::fstatat(dirFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
-  return st;
-}
-
 // Whether this caller may change the file: never a read-only one, root included.
 bool writable(int dirFd, const std::string& name, const struct stat& st) {
   if (isReadOnlyMode(st.st_mode)) return false;
@@ -197,6 +191,12 @@ class RecoveryCopy {
 
 }  // namespace
 
+std::optional<struct stat> statAt(int dirFd, const std::string& name) {
+  struct stat st;
+  if (::fstatat(dirFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
+  return st;
+}
+
 int openRegularFile(const std::string& path, int flags, mode_t mode, struct stat& st) {
   if (::stat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode)) {
     errno = S_ISDIR(st.st_mode) ? EISDIR : ENXIO;
@@ -291,9 +291,9 @@ FileReplacement::FileReplacement(const std::string& path, Links links) {
   open();
 }
 
-FileReplacement::FileReplacement(const FolderHandle& folder, const std::string& name,
+FileReplacement::FileReplacement(int folderFd, const std::string& name,
                                  const std::string& shownPath)
-    : dirFd_(folder.fd()), name_(name), shownPath_(shownPath) {
+    : dirFd_(folderFd), name_(name), shownPath_(shownPath) {
   open();
 }
 
@@ -381,25 +381,25 @@ void FileReplacement::write(std::string_view bytes) {
 }
 
 void FileReplacement::commit() {
-  if (state_ == State::Committed) return;
-  if (state_ == State::Dropped) fail(EIO);
-  try {
-    inPlace_ ? commitInPlace() : commitByRename();
-  } catch (...) {
-    discard();
-    throw;
-  }
-  state_ = State::Committed;
-  if (old_) forgetCachedProfile(*old_);
+  finish(false);
 }
 
 void FileReplacement::commitSynced() {
-  if (inPlace_) return commit();
+  finish(true);
+}
+
+void FileReplacement::finish(bool synced) {
   if (state_ == State::Committed) return;
   if (state_ == State::Dropped) fail(EIO);
   try {
-    takeFinalMode();
-    renameIntoPlace();
+    if (inPlace_) {
+      commitInPlace();
+    } else if (synced) {
+      takeFinalMode();
+      renameIntoPlace();
+    } else {
+      commitByRename();
+    }
   } catch (...) {
     discard();
     throw;

@@ -29,6 +29,10 @@ std::string followFinalLink(const std::string& path);
 std::string folderOfPath(const std::string& path);
 std::string lastComponent(const std::string& path);
 
+// What fstatat says of `name` in the open folder `dirFd`, a link not followed; nothing when
+// there is no such entry.
+std::optional<struct stat> statAt(int dirFd, const std::string& name);
+
 // The process's umask, read without changing it.
 mode_t currentUmask();
 
@@ -78,10 +82,9 @@ class FileReplacement {
     Replace,  // a final symbolic link is replaced by a regular file, nothing followed
   };
   FileReplacement(const std::string& path, Links links);
-  // The file `name` of an open folder; a symbolic link there is replaced. `shownPath` names
-  // the file for the fault seam.
-  FileReplacement(const FolderHandle& folder, const std::string& name,
-                  const std::string& shownPath);
+  // The file `name` of the folder open as `folderFd`, which stays open while the object lives;
+  // a symbolic link there is replaced. `shownPath` names the file for the fault seam.
+  FileReplacement(int folderFd, const std::string& name, const std::string& shownPath);
   ~FileReplacement();
   FileReplacement(const FileReplacement&) = delete;
   FileReplacement& operator=(const FileReplacement&) = delete;
@@ -107,6 +110,8 @@ class FileReplacement {
   void openTemporary();
   int openNamedTemporary();
   void writeAll(int fd, std::string_view bytes, off_t at);
+  // Puts the content in place: commit() and commitSynced() differ only in the rename's syncs.
+  void finish(bool synced);
   void commitInPlace();
   void rewriteInPlace(int fd);
   void commitByRename();
