@@ -86,20 +86,10 @@ std::optional<Text> keyValue(Context& c, const Text& file, const Text& section, 
 // names and their NULs are never longer than their heads.
 std::vector<Text> sectionNames(const Text& file) {
   int64_t length = int64_t(stampOf(file).size);
-  for (int64_t size = std::max<int64_t>(length + 3, 1024);; size *= 2) {
-    if (size > INT32_MAX) throw ToolError{"ini: " + quotePath(file) + " is too large"};
-    Text buffer(size_t(size), u'\0');
-    int32_t n =
-        platform::GetPrivateProfileStringA(nullptr, nullptr, u"", buffer, int32_t(size), file);
-    if (n >= size - 2) continue;  // the list may have been cut: the file grew meanwhile
-    std::vector<Text> names;
-    for (size_t at = 0; at < size_t(n);) {
-      size_t nul = buffer.find(u'\0', at);
-      names.push_back(buffer.substr(at, nul - at));
-      at = nul + 1;
-    }
-    return names;
-  }
+  platform::SectionNames list =
+      platform::allSectionNames(file, std::max<int64_t>(length + 3, 1024));
+  if (!list.whole) throw ToolError{"ini: " + quotePath(file) + " is too large"};
+  return std::move(list.names);
 }
 
 bool hasSection(const Text& file, const Text& section) {
@@ -188,7 +178,7 @@ int unset(Context& c) {
 
 int removeSection(Context& c) {
   Text file = readableFile(c, 0), sect = valueArg(c, 1, "SECTION");
-  if (!stampOf(file).exists || !hasSection(file, sect)) return 1;
+  if (!hasSection(file, sect)) return 1;
   removeEntry(c, file, sect, nullptr);
   return 0;
 }

@@ -98,10 +98,10 @@ class UnpackedCopy {
 // The packed file of the pair FILE names, when it exists: a save works on its content whichever
 // name is given, so the check does too.
 std::optional<Text> storedPackedFile(const Text& file) {
-  Text packed = replaceAll(replaceAll(file, u".bini", u".ini"), u".ini", u".bini");
+  Text plain = replaceAll(file, u".bini", u".ini");
+  Text packed = replaceAll(plain, u".ini", u".bini");
   std::error_code ec;
-  if (packed == replaceAll(file, u".bini", u".ini") ||
-      !fs::is_regular_file(platform::nativePath(packed), ec)) {
+  if (packed == plain || !fs::is_regular_file(platform::nativePath(packed), ec)) {
     return std::nullopt;
   }
   return packed;

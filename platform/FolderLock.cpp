@@ -10,6 +10,7 @@
 #include <map>
 #include <utility>
 
+#include "platform/Paths.h"
 #include "platform/SafeFile.h"
 
 namespace zrk::platform {
@@ -88,6 +89,10 @@ bool FolderLock::heldByThisThread(const std::string& folder) {
 
 std::string lockFolderOf(const std::string& nativePath) {
   return folderOfPath(followFinalLink(nativePath));
+}
+
+FolderLock lockOfFile(TextView path) {
+  return FolderLock(lockFolderOf(nativePath(path)));
 }
 
 }  // namespace zrk::platform

@@ -6,6 +6,8 @@
 
 #include <string>
 
+#include <zrkKVL/Text.h>
+
 namespace zrk::platform {
 
 // An exclusive advisory lock (flock) on a folder, held for the object's life. Every process,
@@ -35,5 +37,9 @@ class FolderLock {
 // link in the last component followed, so that the plain and the packed file of one pair, and
 // every writer that names either, meet at one lock.
 std::string lockFolderOf(const std::string& nativePath);
+
+// The lock that guards the file a caller names (either name of a plain and packed pair): the
+// lock of lockFolderOf(its native path).
+FolderLock lockOfFile(TextView path);
 
 }  // namespace zrk::platform

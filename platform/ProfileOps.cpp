@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstring>
 #include <optional>
 #include <string>
@@ -448,6 +449,24 @@ int32_t GetPrivateProfileStringA(const Text* section, const Text* key, TextView 
   return list.put(buffer);
 }
 
+SectionNames allSectionNames(TextView file, int64_t firstSize) {
+  for (int64_t size = std::min<int64_t>(firstSize, INT32_MAX);;
+       size = std::min<int64_t>(size * 2, INT32_MAX)) {
+    Text buffer(size_t(size), u'\0');
+    int32_t n = GetPrivateProfileStringA(nullptr, nullptr, u"", buffer, int32_t(size), file);
+    bool cut = n >= size - 2;  // the list may have been cut (also by a file that grew meanwhile)
+    if (!cut || size == INT32_MAX) {
+      SectionNames list{{}, !cut};
+      for (size_t at = 0; at < size_t(n);) {
+        size_t nul = buffer.find(u'\0', at);
+        list.names.push_back(buffer.substr(at, nul - at));
+        at = nul + 1;
+      }
+      return list;
+    }
+  }
+}
+
 int32_t GetPrivateProfileSectionA(TextView section, Text& buffer, int32_t size, TextView file) {
   LoadedProfile p = loadProfile(ResolvedPath::of(file));
   if (!p) return 0;
@@ -471,7 +490,7 @@ bool WritePrivateProfileStringA(const Text* section, const Text* key, const Text
   std::string path = followFinalLink(nativePath(file));
   // Another writer's read-modify-replace of this file waits for ours to end; a profile save
   // or a pack that holds the lock already takes it again.
-  FolderLock lock(lockFolderOf(path));
+  FolderLock lock(folderOfPath(path));
   std::string all;
   struct stat st;
   if (::stat(path.c_str(), &st) == 0) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include <zrkKVL/Text.h>
 #include "platform/Paths.h"
@@ -15,6 +16,15 @@ namespace zrk::platform {
 // `buffer` must hold at least `size` characters.
 int32_t GetPrivateProfileStringA(const Text* section, const Text* key, TextView def, Text& buffer,
                                  int32_t size, TextView file);
+
+// Every section name of `file`, in file order, read through the list above in a buffer of
+// `firstSize` characters, twice as large for as long as the list comes back cut, the last try at
+// the largest size there is. `whole` is false when even that list was cut.
+struct SectionNames {
+  std::vector<Text> names;
+  bool whole = true;
+};
+SectionNames allSectionNames(TextView file, int64_t firstSize);
 
 // The key's value (or `def`, without its trailing blanks), cut to size - 1 characters, for a
 // file resolved already.

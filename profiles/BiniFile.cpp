@@ -95,12 +95,6 @@ std::string expandedText(std::string_view stream, int32_t size, const Text& pack
   return std::move(*text);
 }
 
-// The lock of a pair of names: the one the plain file's writers take, so that a pack or an
-// unpack and every INI edit of the plain file run one after the other.
-platform::FolderLock lockOfPair(const Text& plainName) {
-  return platform::FolderLock(platform::lockFolderOf(platform::nativePath(plainName)));
-}
-
 // Writes the unpacked text as the plain file's whole new content; a failure names the file.
 void writePlainFile(const Text& plainName, std::string_view text) {
   try {
@@ -140,7 +134,7 @@ void clsKVN::CompressBINI(Text FileName, std::optional<Text> bType) {
     platform::FileSystemObject& fso = mdlKVN::SharedFileSystem();
     frame.line(1);
     const Text type = typeWordOf(bType ? &*bType : nullptr);
-    platform::FolderLock lock = lockOfPair(FileName);
+    platform::FolderLock lock = platform::lockOfFile(FileName);
     frame.line(2);
     // Without the plain file there is nothing to pack, and the packed file must stay.
     if (!fso.FileExists(FileName)) {
@@ -189,7 +183,8 @@ bool clsKVN::DecompressBINI(Text FileName, Text* bType) {
     platform::FileSystemObject& fso = mdlKVN::SharedFileSystem();
     frame.line(1);
     const Text type = typeWordOf(bType);
-    platform::FolderLock lock = lockOfPair(replaceAll(FileName, u".b" + type, u"." + type));
+    platform::FolderLock lock =
+        platform::lockOfFile(replaceAll(FileName, u".b" + type, u"." + type));
     frame.line(2);
     if (!fso.FileExists(FileName)) return;
     frame.line(3);

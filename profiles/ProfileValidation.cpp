@@ -37,20 +37,6 @@ Text text(Dispatch& F, TextView control) {
   return formGet(F, control, u"Text").toText();
 }
 
-// Every section name of the file, in file order, however many there are: the list is asked for
-// again in a buffer twice as large for as long as it comes back cut (size - 2 characters).
-std::vector<Text> allSectionNames(const Text& file) {
-  for (int32_t size = 4096;; size = size > INT32_MAX / 2 ? INT32_MAX : size * 2) {
-    Text buf(size_t(size), u'\0');
-    int32_t n = platform::GetPrivateProfileStringA(nullptr, nullptr, u"", buf, size, file);
-    if (n < size - 2 || size == INT32_MAX) {
-      std::vector<Text> names = split(buf.substr(0, size_t(n)), TextView(u"\0", 1));
-      if (!names.empty()) names.pop_back();  // behind the last NUL
-      return names;
-    }
-  }
-}
-
 }  // namespace
 
 Text clsKVN::validateProfile(Dispatch& F, Text iFile) {
@@ -87,7 +73,7 @@ Text clsKVN::validateProfile(Dispatch& F, Text iFile) {
     frame.line(7);
     // The whole list, not the section list's fixed buffer: a name behind its end would pass
     // and the save would overwrite that profile.
-    for (const Text& name : allSectionNames(iFile)) {
+    for (const Text& name : platform::allSectionNames(iFile, 4096).names) {
       if (text(F, u"txtName") == name && text(F, u"txtOld") != text(F, u"txtName")) {
         result = u"You already have a profile with this name!";
         return;

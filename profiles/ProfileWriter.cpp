@@ -111,7 +111,7 @@ bool clsKVN::writeProfile(Dispatch& F, Text iniFile, Text zrkPath) {
     }
     // The whole save, from the unpack to the pack, is one step for every other writer of the
     // profiles file: other saves, packs and unpacks, INI edits.
-    platform::FolderLock lock(platform::lockFolderOf(platform::nativePath(plainName)));
+    platform::FolderLock lock = platform::lockOfFile(plainName);
     requireUnpacked(DecompressBINI(packedName), fso, packedName);
     frame.line(2);
     iniFile = plainName;
