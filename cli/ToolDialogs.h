@@ -6,23 +6,15 @@
 #include <memory>
 #include <optional>
 
-#include <zrkKVL/DialogBackend.h>
+#include "platform/Dialogs.h"
 
 namespace zrk::cli {
 
-class ToolDialogs : public platform::DialogBackend {
+class ToolDialogs : public platform::WrappingDialogs {
  public:
-  explicit ToolDialogs(std::shared_ptr<platform::DialogBackend> inner) : inner_(std::move(inner)) {}
+  using WrappingDialogs::WrappingDialogs;
 
   int32_t messageBox(TextView text, int32_t buttons, TextView title) override;
-  int32_t screenWidthTwips() override { return inner_->screenWidthTwips(); }
-  std::shared_ptr<platform::TextWindow> showTextWindow(const platform::FormLayout& layout,
-                                                       TextView text) override {
-    return inner_->showTextWindow(layout, text);
-  }
-  void toolTipChanged(const platform::ToolTipWindow& tip) override { inner_->toolTipChanged(tip); }
-  void showHelp(TextView file, TextView topic) override { inner_->showHelp(file, topic); }
-  void processEvents() override { inner_->processEvents(); }
 
   // Whether its forms are windows on the desktop, which stay until the user closes them (unlike
   // the terminal's, which are printed once).
@@ -34,7 +26,6 @@ class ToolDialogs : public platform::DialogBackend {
   bool failed() const { return failed_; }
 
  private:
-  std::shared_ptr<platform::DialogBackend> inner_;
   std::optional<int32_t> answer_;
   bool failed_ = false;
 };

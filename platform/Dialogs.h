@@ -1,4 +1,5 @@
-// The built-in dialog backends: scripted answers for tests and headless use, and the terminal.
+// The built-in dialog backends: scripted answers for tests and headless use, the terminal, and
+// a base for backends that wrap another.
 #pragma once
 
 #include <cstdint>
@@ -77,6 +78,25 @@ class TerminalDialogs : public DialogBackend {
   // Prints the form's caption and text, and later what is added to the text.
   std::shared_ptr<TextWindow> showTextWindow(const FormLayout& layout, TextView text) override;
   void showHelp(TextView file, TextView topic) override;
+};
+
+// A backend that answers message boxes its own way and hands every other window, and the
+// host's events, to the backend it wraps.
+class WrappingDialogs : public DialogBackend {
+ public:
+  explicit WrappingDialogs(std::shared_ptr<DialogBackend> inner) : inner_(std::move(inner)) {}
+  const std::shared_ptr<DialogBackend>& inner() const { return inner_; }
+
+  int32_t screenWidthTwips() override { return inner_->screenWidthTwips(); }
+  std::shared_ptr<TextWindow> showTextWindow(const FormLayout& layout, TextView text) override {
+    return inner_->showTextWindow(layout, text);
+  }
+  void toolTipChanged(const ToolTipWindow& tip) override { inner_->toolTipChanged(tip); }
+  void showHelp(TextView file, TextView topic) override { inner_->showHelp(file, topic); }
+  void processEvents() override { inner_->processEvents(); }
+
+ protected:
+  std::shared_ptr<DialogBackend> inner_;
 };
 
 }  // namespace zrk::platform

@@ -8,10 +8,10 @@
 namespace zrk::python {
 namespace {
 
-class PythonDialogs : public platform::DialogBackend {
+class PythonDialogs : public platform::WrappingDialogs {
  public:
   PythonDialogs(std::shared_ptr<DialogBackend> own, py::object handler)
-      : own_(std::move(own)), handler_(std::move(handler)) {}
+      : WrappingDialogs(std::move(own)), handler_(std::move(handler)) {}
   ~PythonDialogs() override {
     // The last reference may go at exit, after the interpreter: the function is then left.
     if (!Py_IsInitialized()) {
@@ -21,8 +21,6 @@ class PythonDialogs : public platform::DialogBackend {
     py::gil_scoped_acquire gil;
     handler_ = py::object();
   }
-
-  const std::shared_ptr<DialogBackend>& own() const { return own_; }
 
   // The handler's answer; None, an exception (reported as unraisable) or a number that is no
   // answer takes the answer that changes nothing.
@@ -40,18 +38,7 @@ class PythonDialogs : public platform::DialogBackend {
     return platform::safeAnswer(buttons);
   }
 
-  int32_t screenWidthTwips() override { return own_->screenWidthTwips(); }
-  std::shared_ptr<platform::TextWindow> showTextWindow(const platform::FormLayout& layout,
-                                                       TextView text) override {
-    return own_->showTextWindow(layout, text);
-  }
-  void toolTipChanged(const platform::ToolTipWindow& tip) override { own_->toolTipChanged(tip); }
-  void showHelp(TextView file, TextView topic) override { own_->showHelp(file, topic); }
-  // The host's events go on as they would without the handler.
-  void processEvents() override { own_->processEvents(); }
-
  private:
-  std::shared_ptr<DialogBackend> own_;
   py::object handler_;
 };
 
@@ -64,7 +51,7 @@ void setDialogHandler(py::object handler) {
         "title), or None gives the library's own dialogs back");
   }
   std::shared_ptr<platform::DialogBackend> current = platform::dialogBackend();
-  if (auto* ours = dynamic_cast<PythonDialogs*>(current.get())) current = ours->own();
+  if (auto* ours = dynamic_cast<PythonDialogs*>(current.get())) current = ours->inner();
   if (handler.is_none()) {
     platform::setDialogBackend(current);
   } else {
