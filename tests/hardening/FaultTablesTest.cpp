@@ -5,6 +5,7 @@
 
 #include <zrkKVL/FormObject.h>
 #include "tests/hardening/HardeningSupport.h"
+#include "tests/profiles/ProfileTestSupport.h"
 
 namespace zrk::test {
 namespace {
@@ -60,27 +61,6 @@ TEST_F(Faults, DecompressBiniKeepsThePackedFileAndTheOldPlainFile) {
   }
 }
 
-std::shared_ptr<FormObject> profileForm(const Text& name) {
-  auto form = std::make_shared<FormObject>();
-  form->set(u"txtName", u"Text", name)
-      .set(u"txtOld", u"Text", Text())
-      .set(u"txtPath", u"Text", Text(u"C:\\g.exe"))
-      .set(u"cboGames", u"Text", Text(u"G"))
-      .set(u"cboGames", u"ToolTipText", Text(u"g"))
-      .set(u"txtSrHost", u"Text", Text(u"127.0.0.1"))
-      .set(u"cboLL", u"ListIndex", int32_t(1))
-      .set(u"chkAcs", u"Value", int16_t(1))
-      .set(u"chkAra", u"Value", int16_t(0))
-      .set(u"chkRbm", u"Value", int16_t(0))
-      .set(u"chkAntiStatsPad", u"Value", int16_t(0))
-      .set(u"txtPadtime", u"Text", Text(u"30"))
-      .set(u"txtPadnum", u"Text", Text(u"5"))
-      .set(u"cboStats", u"Text", Text(u"S"))
-      .set(u"txtGamePort", u"Text", Text(u"27015"));
-  form->control(u"lstUrls").setList({u"http://a/u"});
-  return form;
-}
-
 // Whatever fails while a profile is saved, the stored profile stays readable: in the packed
 // file as it was, or in the plain file left beside it.
 TEST_F(Faults, SavingAProfileLosesNoStoredProfile) {
@@ -93,7 +73,7 @@ TEST_F(Faults, SavingAProfileLosesNoStoredProfile) {
       std::remove((root / "profiles.ini").c_str());
       writeBytes(root / "profiles.bini", stored);
       f.arm(root / target);
-      kvn->writeProfile(*profileForm(u"New"), root.text("profiles.bini"), root.text());
+      kvn->writeProfile(*formOf(Profile(u"New")), root.text("profiles.bini"), root.text());
       faults::clear();
       std::string packed = exists(root / "profiles.bini") ? readBytes(root / "profiles.bini") : "";
       std::string text;

@@ -14,6 +14,7 @@
 namespace zrk::platform {
 namespace {
 
+using test::MemoryFolder;
 using test::T;
 
 class ProfileOps : public ::testing::Test {
@@ -227,26 +228,6 @@ namespace zrk::platform {
 namespace {
 
 using test::T;
-
-// A folder in memory where there is one, so that the many syncs of the edits cost nothing:
-// what is tested here is the lock, not the disk.
-class MemoryFolder {
- public:
-  MemoryFolder() {
-    std::string tmpl = "/dev/shm/zrkkvl-test-XXXXXX";
-    if (::mkdtemp(tmpl.data())) path_ = tmpl;
-  }
-  ~MemoryFolder() {
-    if (!path_.empty()) std::filesystem::remove_all(path_);
-  }
-  std::string operator/(const std::string& name) const {
-    return (path_.empty() ? fallback_.path() : path_) + "/" + name;
-  }
-
- private:
-  test::TempDir fallback_;
-  std::string path_;
-};
 
 // Four processes and four threads edit different keys of one file at once: every edit stays.
 TEST(ProfileOpsConcurrency, NoEditIsLost) {

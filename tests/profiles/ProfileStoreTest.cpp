@@ -23,29 +23,6 @@ namespace {
 using namespace std::string_literals;
 namespace faults = platform::faults;
 
-// A folder in memory where there is one, so that the many syncs of a save cost nothing: what
-// is tested here is the order of the steps and the lock, which a kill sees the same in memory
-// as on a disk.
-class MemoryFolder {
- public:
-  MemoryFolder() {
-    std::string tmpl = "/dev/shm/zrkkvl-test-XXXXXX";
-    if (::mkdtemp(tmpl.data())) path_ = tmpl;
-  }
-  ~MemoryFolder() {
-    if (!path_.empty()) std::filesystem::remove_all(path_);
-  }
-  const std::string& path() const { return path_.empty() ? fallback_.path() : path_; }
-  std::string operator/(const std::string& name) const { return path() + "/" + name; }
-  Text text(const std::string& name = "") const {
-    return T(name.empty() ? path() : path() + "/" + name);
-  }
-
- private:
-  TempDir fallback_;
-  std::string path_;
-};
-
 // The sections of an INI text, each with its lines, by name.
 std::map<std::string, std::string> sectionsOf(const std::string& text) {
   std::map<std::string, std::string> out;

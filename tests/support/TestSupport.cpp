@@ -44,10 +44,17 @@ struct ThrowawayStateFolder {
 
 }  // namespace
 
-TempDir::TempDir() {
-  std::string tmpl = (std::filesystem::temp_directory_path() / "zrkkvl-test-XXXXXX").string();
-  if (!::mkdtemp(tmpl.data())) std::abort();
-  path_ = tmpl;
+TempDir::TempDir() : TempDir(std::filesystem::temp_directory_path().string()) {}
+
+TempDir::TempDir(const std::string& parent) {
+  for (const std::string& in : {parent, std::filesystem::temp_directory_path().string()}) {
+    std::string tmpl = in + "/zrkkvl-test-XXXXXX";
+    if (::mkdtemp(tmpl.data())) {
+      path_ = tmpl;
+      return;
+    }
+  }
+  std::abort();
 }
 
 TempDir::~TempDir() {

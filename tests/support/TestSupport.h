@@ -20,6 +20,8 @@ namespace zrk::test {
 class TempDir {
  public:
   TempDir();
+  // Below `parent`, or in the usual temporary folder where none can be made there.
+  explicit TempDir(const std::string& parent);
   ~TempDir();
   TempDir(const TempDir&) = delete;
   const std::string& path() const { return path_; }
@@ -29,6 +31,12 @@ class TempDir {
 
  private:
   std::string path_;
+};
+
+// A throwaway folder in memory (/dev/shm) where there is one, else on disk, for tests of many
+// processes or many syncs, in which the disk's speed is not what is tested.
+struct MemoryFolder : TempDir {
+  MemoryFolder() : TempDir("/dev/shm") {}
 };
 
 std::string readBytes(const std::string& path);
