@@ -25,9 +25,6 @@
 namespace zrk::platform {
 namespace {
 
-// How long one round of a modal wait lasts at most, in milliseconds.
-constexpr int kPumpTickMs = 10;
-
 bool onPath(const std::string& program) {
   const char* path = std::getenv("PATH");
   std::string_view rest = path ? path : "/usr/bin:/bin";
@@ -183,10 +180,10 @@ int waitRunningEvents(Child& child, std::string& printed) {
     processEvents();
     if (outputOpen) {
       pollfd p{child.output, POLLIN, 0};
-      ::poll(&p, 1, kPumpTickMs);
+      ::poll(&p, 1, kEventTickMs);
       outputOpen = readAvailable(child.output, printed);
     } else {
-      sleepMs(kPumpTickMs);
+      sleepMs(kEventTickMs);
     }
   }
   ::fcntl(child.output, F_SETFL, ::fcntl(child.output, F_GETFL) & ~O_NONBLOCK);

@@ -198,11 +198,10 @@ std::string questionOf(TextView text) {
 // Reads one line typed on the terminal. While none has come, runs one pass of the thread's
 // events about every 10 ms, as a message box's own loop would. False once the input has ended.
 bool readAnswerLine(std::string& line) {
-  constexpr int kTickMs = 10;
   line.clear();
   for (;;) {
     pollfd p{STDIN_FILENO, POLLIN, 0};
-    int ready = ::poll(&p, 1, kTickMs);
+    int ready = ::poll(&p, 1, kEventTickMs);
     if (ready == 0) {
       platform::processEvents();
       continue;

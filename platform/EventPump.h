@@ -6,6 +6,9 @@
 
 namespace zrk::platform {
 
+// How long one round of a wait that runs passes of events lasts at most, in milliseconds.
+inline constexpr int kEventTickMs = 10;
+
 // One pass: this thread's transfers, then the dialog backend's processEvents (the host's events).
 void processEvents();
 

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "platform/Paths.h"
+#include "platform/SafeFile.h"
 
 namespace zrk::platform {
 namespace {
@@ -59,17 +60,6 @@ std::string homeFolder() {
   return std::string();
 }
 
-// Makes each missing folder of `path` with mode 0700; an error shows later, when the library
-// writes there.
-void makePrivateFolders(const std::string& path) {
-  struct stat st {};
-  if (::stat(path.c_str(), &st) == 0) return;
-  for (size_t at = path.find('/', 1);; at = path.find('/', at + 1)) {
-    ::mkdir(path.substr(0, at).c_str(), 0700);
-    if (at == std::string::npos) return;
-  }
-}
-
 // The folder that holds the per-user root. A relative XDG_DATA_HOME is not valid and is ignored.
 std::string dataHome() {
   const char* data = ::getenv("XDG_DATA_HOME");
@@ -84,6 +74,20 @@ Text perUserRoot() {
   return fromUtf8(dataHome() + "/zrkkvl");
 }
 
+namespace {
+
+// The per-user root's library folder, made with mode 0700 on first use. An account without a
+// home would have it made in "/": it is not made, and the first write there fails as any write
+// to a missing folder does.
+Text perUserLibraryFolder() {
+  std::string data = dataHome();
+  std::string folder = data + "/zrkkvl" + toUtf8(kLibrarySubPath);
+  if (data != "/.local/share") makeFolders(folder, 0700);
+  return fromUtf8(folder);
+}
+
+}  // namespace
+
 Text libraryFolder() {
   {
     std::lock_guard lock(gMutex);
@@ -96,11 +100,7 @@ Text libraryFolder() {
   }
   Text loaded = loadedFolder();
   if (loaded.ends_with(kLibrarySubPath)) return loaded;
-  Text folder = perUserRoot() + Text(kLibrarySubPath);
-  // An account without a home would have its root made in "/": it is not made, and the first
-  // write there fails as any write to a missing folder does.
-  if (dataHome() != "/.local/share") makePrivateFolders(toUtf8(folder));
-  return folder;
+  return perUserLibraryFolder();
 }
 
 void overrideLibraryFolder(std::optional<Text> folder) {

@@ -93,15 +93,6 @@ off_t copyContent(int from, int to) {
   }
 }
 
-// Makes `path` and the folders above it that are missing, each with `mode`.
-bool makeFolders(const std::string& path, mode_t mode) {
-  if (path.empty() || ::mkdir(path.c_str(), mode) == 0 || errno == EEXIST) return true;
-  if (errno != ENOENT) return false;
-  size_t k = path.rfind('/');
-  if (k == std::string::npos || k == 0 || !makeFolders(path.substr(0, k), mode)) return false;
-  return ::mkdir(path.c_str(), mode) == 0 || errno == EEXIST;
-}
-
 // The recovery folder opened, made when missing: a folder of this user's own (a link or
 // another's folder there is refused), or -1.
 int openRecoveryFolder(const std::string& path) {
@@ -190,6 +181,14 @@ class RecoveryCopy {
 };
 
 }  // namespace
+
+bool makeFolders(const std::string& path, mode_t mode) {
+  if (path.empty() || ::mkdir(path.c_str(), mode) == 0 || errno == EEXIST) return true;
+  if (errno != ENOENT) return false;
+  size_t k = path.rfind('/');
+  if (k == std::string::npos || k == 0 || !makeFolders(path.substr(0, k), mode)) return false;
+  return ::mkdir(path.c_str(), mode) == 0 || errno == EEXIST;
+}
 
 std::optional<struct stat> statAt(int dirFd, const std::string& name) {
   struct stat st;

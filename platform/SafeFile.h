@@ -33,6 +33,10 @@ std::string lastComponent(const std::string& path);
 // there is no such entry.
 std::optional<struct stat> statAt(int dirFd, const std::string& name);
 
+// Makes `path` and the folders above it that are missing, each with `mode`; false when one
+// cannot be made.
+bool makeFolders(const std::string& path, mode_t mode);
+
 // The process's umask, read without changing it.
 mode_t currentUmask();
 
