@@ -8,7 +8,7 @@
 
 #include <zrkKVL/Variant.h>
 #include "BenchSupport.h"
-#include "platform/CodePage.h"
+#include "platform/text/CodePage.h"
 
 namespace zrk::bench {
 namespace {

@@ -7,7 +7,7 @@
 #include <filesystem>
 
 #include "BenchSupport.h"
-#include "platform/CodePage.h"
+#include "platform/text/CodePage.h"
 #include "profiles/Base64.h"
 
 namespace zrk::bench {

@@ -7,7 +7,7 @@
 
 #include "BenchSupport.h"
 #include "PeakMemory.h"
-#include "platform/HugePages.h"
+#include "platform/files/HugePages.h"
 
 namespace zrk::bench {
 namespace {

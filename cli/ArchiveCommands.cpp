@@ -8,9 +8,9 @@
 #include "cli/Command.h"
 #include "cli/ToolDialogs.h"
 #include "compress/ArchiveExtraction.h"
-#include "platform/CodePage.h"
-#include "platform/FileIO.h"
-#include "platform/Paths.h"
+#include "platform/files/FileIO.h"
+#include "platform/files/Paths.h"
+#include "platform/text/CodePage.h"
 
 namespace zrk::cli {
 namespace {

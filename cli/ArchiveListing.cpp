@@ -7,8 +7,8 @@
 #include "cli/Command.h"
 #include "cli/CommandLine.h"
 #include "compress/ArchiveWalk.h"
-#include "platform/CodePage.h"
-#include "platform/FileIO.h"
+#include "platform/files/FileIO.h"
+#include "platform/text/CodePage.h"
 
 namespace zrk::cli {
 namespace {

@@ -3,7 +3,7 @@
 
 #include "cli/Command.h"
 #include "core/CallTable.h"
-#include "platform/CodePage.h"
+#include "platform/text/CodePage.h"
 
 namespace zrk::cli {
 namespace {

@@ -11,9 +11,9 @@
 
 #include <zrkKVL/Failure.h>
 #include "cli/CommandLine.h"
-#include "platform/CodePage.h"
-#include "platform/FileIO.h"
-#include "platform/Paths.h"
+#include "platform/files/FileIO.h"
+#include "platform/files/Paths.h"
+#include "platform/text/CodePage.h"
 
 namespace zrk::cli {
 namespace {

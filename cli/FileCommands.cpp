@@ -3,7 +3,7 @@
 
 #include "cli/Command.h"
 #include "cli/WriteCheck.h"
-#include "platform/CodePage.h"
+#include "platform/text/CodePage.h"
 
 namespace zrk::cli {
 namespace {

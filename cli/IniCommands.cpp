@@ -10,8 +10,8 @@
 #include "cli/Command.h"
 #include "cli/CommandLine.h"
 #include "cli/WriteCheck.h"
-#include "platform/Paths.h"
-#include "platform/ProfileOps.h"
+#include "platform/files/Paths.h"
+#include "platform/ini/ProfileOps.h"
 
 namespace zrk::cli {
 namespace {

@@ -2,8 +2,8 @@
 #include <filesystem>
 
 #include "cli/Command.h"
-#include "platform/LibraryFolder.h"
-#include "platform/Paths.h"
+#include "platform/files/Paths.h"
+#include "platform/system/LibraryFolder.h"
 
 namespace zrk::cli {
 namespace {

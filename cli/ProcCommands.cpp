@@ -7,9 +7,9 @@
 #include <zrkKVL/GameHandle.h>
 #include "cli/Command.h"
 #include "cli/CommandLine.h"
-#include "platform/Process.h"
-#include "platform/ProcessAccess.h"
-#include "platform/ProcessMaps.h"
+#include "platform/process/Process.h"
+#include "platform/process/ProcessAccess.h"
+#include "platform/process/ProcessMaps.h"
 #include "process/AddressText.h"
 #include "process/ProcessEnumeration.h"
 

@@ -8,7 +8,7 @@
 
 #include <zrkKVL/FormObject.h>
 #include "cli/Command.h"
-#include "platform/Paths.h"
+#include "platform/files/Paths.h"
 #include "profiles/ProfileKeys.h"
 
 namespace zrk::cli {

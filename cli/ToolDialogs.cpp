@@ -6,7 +6,7 @@
 
 #include "cli/Command.h"
 #include "core/mdlKVN.h"
-#include "platform/DesktopDialogs.h"
+#include "platform/desktop/DesktopDialogs.h"
 
 namespace zrk::cli {
 

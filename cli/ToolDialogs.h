@@ -6,7 +6,7 @@
 #include <memory>
 #include <optional>
 
-#include "platform/Dialogs.h"
+#include "platform/desktop/Dialogs.h"
 
 namespace zrk::cli {
 

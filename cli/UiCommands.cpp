@@ -9,8 +9,8 @@
 #include "cli/Command.h"
 #include "cli/ToolDialogs.h"
 #include "core/mdlKVN.h"
-#include "platform/Clock.h"
-#include "platform/Dialogs.h"
+#include "platform/desktop/Dialogs.h"
+#include "platform/system/Clock.h"
 #include "ui/frmUpdWarn.h"
 
 namespace zrk::cli {

@@ -7,8 +7,8 @@
 #include <cstring>
 
 #include "cli/Command.h"
-#include "platform/Paths.h"
-#include "platform/SafeFile.h"
+#include "platform/files/Paths.h"
+#include "platform/files/SafeFile.h"
 
 namespace zrk::cli {
 

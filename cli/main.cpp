@@ -11,7 +11,7 @@
 #include "cli/Command.h"
 #include "cli/CommandLine.h"
 #include "cli/ToolDialogs.h"
-#include "platform/LibraryFolder.h"
+#include "platform/system/LibraryFolder.h"
 
 using namespace zrk;
 

@@ -9,8 +9,8 @@
 #include "core/MethodFrame.h"
 #include "core/mdlKVN.h"
 #include "files/FileWriting.h"
-#include "platform/CodePage.h"
-#include "platform/FileSystemObject.h"
+#include "platform/files/FileSystemObject.h"
+#include "platform/text/CodePage.h"
 
 namespace zrk {
 

@@ -6,7 +6,7 @@
 
 #include <zrkKVL/Failure.h>
 #include "files/TextOps.h"
-#include "platform/CodePage.h"
+#include "platform/text/CodePage.h"
 
 namespace zrk::archive {
 

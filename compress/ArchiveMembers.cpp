@@ -4,9 +4,9 @@
 #include "compress/ArchiveFormat.h"
 #include "core/mdlKVN.h"
 #include "files/FileWriting.h"
-#include "platform/Dialogs.h"
-#include "platform/FileSystemObject.h"
-#include "platform/Paths.h"
+#include "platform/desktop/Dialogs.h"
+#include "platform/files/FileSystemObject.h"
+#include "platform/files/Paths.h"
 
 namespace zrk::archive {
 namespace {

@@ -10,7 +10,7 @@
 
 #include <zrkKVL/Text.h>
 #include "compress/ArchiveExtraction.h"
-#include "platform/ExtractionFolder.h"
+#include "platform/files/ExtractionFolder.h"
 
 namespace zrk::archive {
 

@@ -7,7 +7,7 @@
 #include "compress/ArchiveExtraction.h"
 #include "compress/ArchiveMembers.h"
 #include "compress/ArchiveWalk.h"
-#include "platform/FileIO.h"
+#include "platform/files/FileIO.h"
 
 namespace zrk::archive {
 namespace {

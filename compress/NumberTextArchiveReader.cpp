@@ -9,7 +9,7 @@
 #include "compress/ArchiveMembers.h"
 #include "compress/StringCompression.h"
 #include "files/TextOps.h"
-#include "platform/CodePage.h"
+#include "platform/text/CodePage.h"
 
 namespace zrk::archive {
 namespace {

@@ -11,7 +11,7 @@
 #include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
-#include "platform/CodePage.h"
+#include "platform/text/CodePage.h"
 
 // A failed uncompress reports how much it wrote from zlib 1.2.9 on; the clearing relies on that.
 static_assert(ZLIB_VERNUM >= 0x1290, "zlib 1.2.9 or later is needed");

@@ -4,8 +4,8 @@
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
 #include "core/mdlKVN.h"
-#include "platform/FileSystemObject.h"
-#include "platform/LibraryFolder.h"
+#include "platform/files/FileSystemObject.h"
+#include "platform/system/LibraryFolder.h"
 
 namespace zrk {
 

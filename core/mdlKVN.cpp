@@ -5,11 +5,11 @@
 
 #include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
-#include "platform/Dialogs.h"
-#include "platform/EventPump.h"
-#include "platform/FileSystemObject.h"
-#include "platform/LibraryFolder.h"
-#include "platform/ProfileCache.h"
+#include "platform/desktop/Dialogs.h"
+#include "platform/desktop/EventPump.h"
+#include "platform/files/FileSystemObject.h"
+#include "platform/ini/ProfileCache.h"
+#include "platform/system/LibraryFolder.h"
 
 namespace zrk::mdlKVN {
 namespace {

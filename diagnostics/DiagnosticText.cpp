@@ -3,7 +3,7 @@
 
 #include <cstdio>
 
-#include "platform/CodePage.h"
+#include "platform/text/CodePage.h"
 
 namespace zrk::diagnostics {
 

@@ -8,10 +8,10 @@
 #include "core/MethodFrame.h"
 #include "core/mdlKVN.h"
 #include "diagnostics/DiagnosticText.h"
-#include "platform/Clock.h"
-#include "platform/FileIO.h"
-#include "platform/FileSystemObject.h"
-#include "platform/LibraryFolder.h"
+#include "platform/files/FileIO.h"
+#include "platform/files/FileSystemObject.h"
+#include "platform/system/Clock.h"
+#include "platform/system/LibraryFolder.h"
 #include "profiles/Base64.h"
 
 namespace zrk {

@@ -10,12 +10,12 @@
 #include "core/mdlKVN.h"
 #include "diagnostics/DiagnosticText.h"
 #include "diagnostics/frmKVL.h"
-#include "platform/Clock.h"
-#include "platform/ElfFile.h"
-#include "platform/EventPump.h"
-#include "platform/FileSystemObject.h"
-#include "platform/Paths.h"
-#include "platform/WebTransfer.h"
+#include "platform/desktop/EventPump.h"
+#include "platform/files/FileSystemObject.h"
+#include "platform/files/Paths.h"
+#include "platform/net/WebTransfer.h"
+#include "platform/process/ElfFile.h"
+#include "platform/system/Clock.h"
 
 namespace zrk {
 namespace diagnostics {

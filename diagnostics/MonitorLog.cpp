@@ -5,9 +5,9 @@
 #include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
-#include "platform/Clock.h"
-#include "platform/FileSystemObject.h"
-#include "platform/LibraryFolder.h"
+#include "platform/files/FileSystemObject.h"
+#include "platform/system/Clock.h"
+#include "platform/system/LibraryFolder.h"
 
 namespace zrk {
 namespace {

@@ -9,7 +9,7 @@
 #include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
-#include "platform/SystemInfo.h"
+#include "platform/system/SystemInfo.h"
 
 namespace zrk {
 namespace diagnostics {

@@ -11,10 +11,10 @@
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
 #include "core/mdlKVN.h"
-#include "platform/CodePage.h"
-#include "platform/Registry.h"
-#include "platform/SystemInfo.h"
-#include "platform/SystemQuery.h"
+#include "platform/system/Registry.h"
+#include "platform/system/SystemInfo.h"
+#include "platform/system/SystemQuery.h"
+#include "platform/text/CodePage.h"
 #include "profiles/Base64.h"
 
 namespace zrk {

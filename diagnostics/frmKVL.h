@@ -4,7 +4,7 @@
 #include <memory>
 
 #include <zrkKVL/Text.h>
-#include "platform/WebTransfer.h"
+#include "platform/net/WebTransfer.h"
 
 namespace zrk::diagnostics {
 

@@ -6,8 +6,8 @@
 #include "core/MethodFrame.h"
 #include "files/NumberText.h"
 #include "files/TextOps.h"
-#include "platform/CodePage.h"
-#include "platform/FileIO.h"
+#include "platform/files/FileIO.h"
+#include "platform/text/CodePage.h"
 
 namespace zrk {
 namespace {

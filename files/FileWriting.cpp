@@ -5,8 +5,8 @@
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
 #include "core/mdlKVN.h"
-#include "platform/FileIO.h"
-#include "platform/FileSystemObject.h"
+#include "platform/files/FileIO.h"
+#include "platform/files/FileSystemObject.h"
 
 namespace zrk {
 namespace {

@@ -7,8 +7,8 @@
 
 #include <zrkKVL/Failure.h>
 #include "files/TextOps.h"
-#include "platform/FileIO.h"
-#include "platform/HugePages.h"
+#include "platform/files/FileIO.h"
+#include "platform/files/HugePages.h"
 
 namespace zrk::files {
 namespace {

@@ -3,7 +3,7 @@
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
 #include "files/TextOps.h"
-#include "platform/CodePage.h"
+#include "platform/text/CodePage.h"
 
 namespace zrk {
 

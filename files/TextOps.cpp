@@ -4,7 +4,7 @@
 #include <algorithm>
 
 #include <zrkKVL/Variant.h>
-#include "platform/HugePages.h"
+#include "platform/files/HugePages.h"
 
 namespace zrk::files {
 

@@ -13,8 +13,8 @@
 #include "FuzzSupport.h"
 #include "compress/ArchiveExtraction.h"
 #include "core/MethodFrame.h"
-#include "platform/Dialogs.h"
-#include "platform/SysCalls.h"
+#include "platform/desktop/Dialogs.h"
+#include "platform/files/SysCalls.h"
 
 namespace {
 

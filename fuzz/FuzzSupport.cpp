@@ -8,9 +8,9 @@
 #include <memory>
 
 #include "core/mdlKVN.h"
-#include "platform/CodePage.h"
-#include "platform/Dialogs.h"
-#include "platform/LibraryFolder.h"
+#include "platform/desktop/Dialogs.h"
+#include "platform/system/LibraryFolder.h"
+#include "platform/text/CodePage.h"
 
 namespace zrk::fuzz {
 namespace fs = std::filesystem;

@@ -1,7 +1,7 @@
 // The INI engine on a file of any bytes: every read path, then a write whose value must read
 // back and a delete whose key must be gone.
 #include "FuzzSupport.h"
-#include "platform/ProfileOps.h"
+#include "platform/ini/ProfileOps.h"
 
 namespace {
 

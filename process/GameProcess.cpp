@@ -6,10 +6,10 @@
 #include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
-#include "platform/CodePage.h"
-#include "platform/Process.h"
-#include "platform/ProcessMaps.h"
-#include "platform/ProcessSymbols.h"
+#include "platform/process/Process.h"
+#include "platform/process/ProcessMaps.h"
+#include "platform/process/ProcessSymbols.h"
+#include "platform/text/CodePage.h"
 #include "process/AddressText.h"
 #include "process/ModuleMap.h"
 

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/ProcessMaps.h"
+#include "platform/process/ProcessMaps.h"
 
 namespace zrk::process {
 

@@ -11,8 +11,8 @@
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
 #include "diagnostics/PlatformQueries.h"
-#include "platform/Process.h"
-#include "platform/ProcessList.h"
+#include "platform/process/Process.h"
+#include "platform/process/ProcessList.h"
 
 namespace zrk {
 namespace {

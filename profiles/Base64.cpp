@@ -11,8 +11,8 @@
 #endif
 
 #include <zrkKVL/Failure.h>
-#include "platform/CodePage.h"
-#include "platform/VectorLevel.h"
+#include "platform/text/CodePage.h"
+#include "platform/text/VectorLevel.h"
 
 namespace zrk {
 namespace {

@@ -3,7 +3,7 @@
 #include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
-#include "platform/ProfileOps.h"
+#include "platform/ini/ProfileOps.h"
 
 namespace zrk {
 namespace {

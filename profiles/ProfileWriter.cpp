@@ -3,9 +3,9 @@
 #include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
-#include "platform/FileSystemObject.h"
-#include "platform/FolderLock.h"
-#include "platform/ProfileOps.h"
+#include "platform/files/FileSystemObject.h"
+#include "platform/files/FolderLock.h"
+#include "platform/ini/ProfileOps.h"
 #include "profiles/ProfileKeys.h"
 
 namespace zrk {

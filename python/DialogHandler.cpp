@@ -2,7 +2,7 @@
 #include "python/DialogHandler.h"
 
 #include <zrkKVL/DialogBackend.h>
-#include "platform/Dialogs.h"
+#include "platform/desktop/Dialogs.h"
 #include "python/Values.h"
 
 namespace zrk::python {

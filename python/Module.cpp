@@ -7,7 +7,7 @@
 #include <zrkKVL/GameHandle.h>
 #include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
-#include "platform/CodePage.h"
+#include "platform/text/CodePage.h"
 #include "python/Binding.h"
 #include "python/DialogHandler.h"
 #include "python/Values.h"

@@ -3,10 +3,10 @@
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
 #include "core/mdlKVN.h"
-#include "platform/CodePage.h"
-#include "platform/FileIO.h"
-#include "platform/FileSystemObject.h"
-#include "platform/ProfileOps.h"
+#include "platform/files/FileIO.h"
+#include "platform/files/FileSystemObject.h"
+#include "platform/ini/ProfileOps.h"
+#include "platform/text/CodePage.h"
 
 namespace zrk {
 namespace {

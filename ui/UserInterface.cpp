@@ -3,8 +3,8 @@
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
 #include "core/mdlKVN.h"
-#include "platform/CodePage.h"
-#include "platform/Windows.h"
+#include "platform/desktop/Windows.h"
+#include "platform/text/CodePage.h"
 #include "ui/frmUpdWarn.h"
 
 namespace zrk {

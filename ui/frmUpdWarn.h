@@ -5,7 +5,7 @@
 #include <memory>
 
 #include <zrkKVL/Text.h>
-#include "platform/Dialogs.h"
+#include "platform/desktop/Dialogs.h"
 
 namespace zrk::ui {
 

@@ -10,7 +10,7 @@
 #include "ToolRun.h"
 #include "cli/Command.h"
 #include "cli/CommandLine.h"
-#include "platform/SysCalls.h"
+#include "platform/files/SysCalls.h"
 #include "support/TestSupport.h"
 
 namespace zrk::test {

@@ -2,7 +2,7 @@
 #include <string>
 
 #include "compress/StringCompression.h"
-#include "platform/CodePage.h"
+#include "platform/text/CodePage.h"
 #include "support/TestSupport.h"
 
 namespace zrk::test {

@@ -1,7 +1,7 @@
 // The failure path: the dialog text, the report setting, the bound on failure chains.
 #include "core/MethodFrame.h"
 #include "core/mdlKVN.h"
-#include "platform/EventPump.h"
+#include "platform/desktop/EventPump.h"
 #include "support/TestSupport.h"
 
 namespace zrk::test {

@@ -5,7 +5,7 @@
 #include <ctime>
 
 #include "core/mdlKVN.h"
-#include "platform/Clock.h"
+#include "platform/system/Clock.h"
 #include "support/TestSupport.h"
 
 namespace zrk::test {

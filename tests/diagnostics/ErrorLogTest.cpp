@@ -3,7 +3,7 @@
 
 #include "DiagnosticsFixture.h"
 #include "diagnostics/DiagnosticText.h"
-#include "platform/LibraryFolder.h"
+#include "platform/system/LibraryFolder.h"
 
 namespace zrk::test {
 namespace {

@@ -14,8 +14,8 @@
 #include "core/MethodFrame.h"
 #include "diagnostics/ErrorReport.h"
 #include "diagnostics/frmKVL.h"
-#include "platform/ElfFile.h"
-#include "platform/WebTransfer.h"
+#include "platform/net/WebTransfer.h"
+#include "platform/process/ElfFile.h"
 
 namespace zrk::test {
 namespace {

@@ -9,7 +9,7 @@
 
 #include "HttpTestServer.h"
 #include "core/mdlKVN.h"
-#include "platform/DesktopDialogs.h"
+#include "platform/desktop/DesktopDialogs.h"
 #include "support/TestSupport.h"
 
 namespace zrk::test {

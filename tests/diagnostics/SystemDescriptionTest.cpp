@@ -9,9 +9,9 @@
 
 #include "core/mdlKVN.h"
 #include "diagnostics/SystemDescription.h"
-#include "platform/Clock.h"
-#include "platform/SystemInfo.h"
-#include "platform/SystemQuery.h"
+#include "platform/system/Clock.h"
+#include "platform/system/SystemInfo.h"
+#include "platform/system/SystemQuery.h"
 #include "support/TestSupport.h"
 
 namespace zrk::test {

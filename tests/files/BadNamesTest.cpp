@@ -5,7 +5,7 @@
 #include <functional>
 #include <set>
 
-#include "LoggedFailures.h"
+#include "support/LoggedFailures.h"
 
 namespace zrk::test {
 namespace {

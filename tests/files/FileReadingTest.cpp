@@ -1,5 +1,5 @@
 // The whole-file readers: line texts, number texts with their spare tails, failure words.
-#include "files/LoggedFailures.h"
+#include "support/LoggedFailures.h"
 
 namespace zrk::test {
 namespace {

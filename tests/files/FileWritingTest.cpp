@@ -1,5 +1,5 @@
 // WriteFile and AppendFile: the bytes on disk, and how failures are reported.
-#include "files/LoggedFailures.h"
+#include "support/LoggedFailures.h"
 
 namespace zrk::test {
 namespace {

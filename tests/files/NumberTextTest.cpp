@@ -4,9 +4,9 @@
 #include <charconv>
 #include <random>
 
-#include "files/LoggedFailures.h"
 #include "files/NumberText.h"
 #include "files/TextOps.h"
+#include "support/LoggedFailures.h"
 
 namespace zrk::test {
 namespace {

@@ -1,6 +1,6 @@
 // The growing buffer, array look-up and URL decoding.
-#include "files/LoggedFailures.h"
 #include "files/TextOps.h"
+#include "support/LoggedFailures.h"
 
 namespace zrk::test {
 namespace {

@@ -7,9 +7,9 @@
 #include <thread>
 
 #include <zrkKVL/GameHandle.h>
-#include "FakeGame.h"
-#include "platform/CodePage.h"
-#include "platform/Process.h"
+#include "platform/process/Process.h"
+#include "platform/text/CodePage.h"
+#include "support/FakeGame.h"
 
 namespace zrk::test {
 namespace {

@@ -7,10 +7,10 @@
 #include <climits>
 
 #include <zrkKVL/GameHandle.h>
-#include "platform/ProcessAccess.h"
-#include "platform/ProcessMaps.h"
-#include "platform/ProcessObject.h"
-#include "platform/ProcessSymbols.h"
+#include "platform/process/ProcessAccess.h"
+#include "platform/process/ProcessMaps.h"
+#include "platform/process/ProcessObject.h"
+#include "platform/process/ProcessSymbols.h"
 #include "process/AddressText.h"
 #include "process/ModuleMap.h"
 #include "support/TestSupport.h"

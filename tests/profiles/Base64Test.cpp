@@ -2,7 +2,7 @@
 #include <random>
 #include <string>
 
-#include "platform/CodePage.h"
+#include "platform/text/CodePage.h"
 #include "profiles/Base64.h"
 #include "support/TestSupport.h"
 

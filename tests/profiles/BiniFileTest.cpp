@@ -4,7 +4,7 @@
 #include <random>
 #include <string>
 
-#include "platform/CodePage.h"
+#include "platform/text/CodePage.h"
 #include "profiles/Base64.h"
 #include "profiles/BiniFormat.h"
 #include "tests/profiles/ProfileTestSupport.h"

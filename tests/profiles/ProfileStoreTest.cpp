@@ -13,7 +13,7 @@
 #include <thread>
 
 #include "compress/StringCompression.h"
-#include "platform/SysCalls.h"
+#include "platform/files/SysCalls.h"
 #include "profiles/Base64.h"
 #include "tests/profiles/ProfileTestSupport.h"
 

@@ -1,7 +1,7 @@
 // Settings files under injected faults: nothing stored is lost, failures carry their words.
 #include <dirent.h>
 
-#include "platform/SysCalls.h"
+#include "platform/files/SysCalls.h"
 #include "support/TestSupport.h"
 
 namespace zrk::test {

@@ -11,7 +11,7 @@
 #include <future>
 #include <thread>
 
-#include "platform/ProfileCache.h"
+#include "platform/ini/ProfileCache.h"
 #include "support/TestSupport.h"
 
 namespace zrk::test {

@@ -17,9 +17,9 @@
 #include <thread>
 
 #include "core/mdlKVN.h"
-#include "platform/CodePage.h"
-#include "platform/LibraryFolder.h"
-#include "platform/ProfileCache.h"
+#include "platform/ini/ProfileCache.h"
+#include "platform/system/LibraryFolder.h"
+#include "platform/text/CodePage.h"
 
 namespace zrk::test {
 namespace {

@@ -11,8 +11,8 @@
 
 #include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
-#include "platform/Dialogs.h"
-#include "platform/VectorLevel.h"
+#include "platform/desktop/Dialogs.h"
+#include "platform/text/VectorLevel.h"
 
 namespace zrk::test {
 

@@ -12,8 +12,8 @@
 #include <optional>
 
 #include "core/mdlKVN.h"
-#include "platform/DesktopDialogs.h"
-#include "platform/X11TextWindow.h"
+#include "platform/desktop/DesktopDialogs.h"
+#include "platform/desktop/X11TextWindow.h"
 #include "support/TestSupport.h"
 #include "ui/frmUpdWarn.h"
 

@@ -7,8 +7,8 @@
 #include <cstdlib>
 
 #include "core/mdlKVN.h"
-#include "platform/DesktopDialogs.h"
-#include "platform/Windows.h"
+#include "platform/desktop/DesktopDialogs.h"
+#include "platform/desktop/Windows.h"
 #include "support/TestSupport.h"
 
 namespace zrk::test {

@@ -1,0 +1,66 @@
+// Binary opens over POSIX descriptors, through the path resolver.
+#include "platform/files/BinaryFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include <zrkKVL/Failure.h>
+#include "platform/files/Paths.h"
+#include "platform/files/SafeFile.h"
+#include "platform/files/SysCalls.h"
+
+namespace zrk::platform {
+namespace {
+
+int openBinary(const std::string& p) {
+  struct stat st;
+  bool exists = ::stat(p.c_str(), &st) == 0;
+  // A read-only file is opened for reading, whoever the caller is.
+  bool readOnly = exists && S_ISREG(st.st_mode) && isReadOnlyMode(st.st_mode);
+  int fd = readOnly ? -1 : openRegularFile(p, O_RDWR | O_CREAT | O_CLOEXEC, 0666, st);
+  if (fd < 0 && (readOnly || errno == EACCES || errno == EROFS || errno == EPERM)) {
+    fd = openRegularFile(p, O_RDONLY | O_CLOEXEC, 0, st);
+  }
+  if (fd < 0) {
+    if (errno == EISDIR || errno == ENXIO) throw Failure(err::PathFileAccessError);
+    throw errno == ENOENT ? Failure(err::PathNotFound) : failureFromErrno(errno);
+  }
+  return fd;
+}
+
+std::string checkedPath(TextView path) {
+  if (path.empty()) throw Failure(err::BadFileNameOrNumber);
+  return nativePath(path);
+}
+
+}  // namespace
+
+BinaryFile::BinaryFile(TextView path) : path_(checkedPath(path)), handle_(openBinary(path_)) {}
+
+void BinaryFile::readAt(int64_t position, std::string& into) {
+  size_t done = 0;
+  while (done < into.size()) {
+    ssize_t n = ::pread(handle_.fd(), into.data() + done, into.size() - done,
+                        off_t(position - 1) + off_t(done));
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) throw failureFromErrno(errno);
+    if (n == 0) break;
+    done += size_t(n);
+  }
+}
+
+void BinaryFile::writeAt(int64_t position, std::string_view bytes) {
+  size_t done = 0;
+  while (done < bytes.size()) {
+    ssize_t n = sys::pwrite(handle_.fd(), bytes.data() + done, bytes.size() - done,
+                            off_t(position - 1) + off_t(done), path_.c_str());
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) throw failureFromErrno(errno == EBADF ? EACCES : errno);
+    done += size_t(n);
+  }
+}
+
+}  // namespace zrk::platform

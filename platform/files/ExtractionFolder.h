@@ -1,0 +1,74 @@
+// A folder that takes many files by name, as an archive's members come out: names are matched
+// without regard to case through an index of the folder built once, and each file is written
+// whole by the writers' rules, relative to the open folder, with no link followed. Files go into
+// place as the extraction goes, a few at a time: the new contents wait as unnamed files (nothing
+// of them is left on disk by a kill), are made durable together with one sync, and are then each
+// renamed into place, so that each one is its old content or its new one, whole.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include <zrkKVL/Failure.h>
+#include <zrkKVL/Text.h>
+#include "platform/files/SafeFile.h"
+
+namespace zrk::platform {
+
+class ExtractionFolder {
+ public:
+  // The folder as the caller names it; it is opened at the first write.
+  explicit ExtractionFolder(TextView folder);
+  // Puts what is still waiting in place; failures are dropped (see flush()).
+  ~ExtractionFolder();
+  ExtractionFolder(const ExtractionFolder&) = delete;
+  ExtractionFolder& operator=(const ExtractionFolder&) = delete;
+
+  // Writes `bytes` as the whole new content of the file `name` (a single component); it is in
+  // place at the latest when kBatchFiles more have come, or at flush(). A file whose name
+  // differs only in case is replaced under its own name; a symbolic link standing there is
+  // replaced by a regular file. Failures as for any whole-file write.
+  void writeFile(TextView name, std::string_view bytes);
+
+  // Whether a file of this name (without regard to case) stands in the folder now, as a file,
+  // a folder or a link.
+  bool holds(TextView name);
+
+  // Puts every written file in place; gives the names that could not be, with their failures.
+  std::vector<std::pair<Text, Failure>> flush();
+
+  static constexpr size_t kBatchFiles = 64;                // files waiting at most
+  static constexpr size_t kBatchBytes = size_t(16) << 20;  // bytes waiting at most
+
+ private:
+  // The name on disk for `name`: as written when it exists or nothing matches, else the
+  // entry that differs only in case.
+  std::string entryFor(TextView name);
+  void open();
+  void dropWaiting(const std::string& entry);
+
+  static constexpr size_t kSyncOneByOne = 16;  // up to this many files are synced one by one
+
+  struct Waiting {
+    Text name;          // as the caller gave it
+    std::string entry;  // its name on disk
+    std::unique_ptr<FileReplacement> file;
+  };
+  int syncWaiting(const std::vector<Waiting>& batch) const;
+
+  Text folder_;
+  std::string native_;
+  std::optional<FolderHandle> handle_;
+  std::unordered_map<Text, std::string> index_;  // lower-case name to entry
+  std::vector<Waiting> waiting_;
+  size_t waitingBytes_ = 0;
+  std::vector<std::pair<Text, Failure>> failed_;  // from flushes made along the way
+};
+
+}  // namespace zrk::platform

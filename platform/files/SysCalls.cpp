@@ -1,0 +1,123 @@
+// System calls behind the fault seam; without rules the seam costs one atomic load.
+#include "platform/files/SysCalls.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <mutex>
+#include <vector>
+
+namespace zrk::platform {
+namespace faults {
+namespace {
+
+std::mutex gMutex;
+std::vector<Rule> gRules;
+std::atomic<bool> gAny{false};
+
+}  // namespace
+
+void add(Rule rule) {
+  std::lock_guard lock(gMutex);
+  gRules.push_back(std::move(rule));
+  gAny = true;
+}
+
+void clear() {
+  std::lock_guard lock(gMutex);
+  gRules.clear();
+  gAny = false;
+}
+
+void diskFull(const std::string& p, int skip) {
+  add({Call::Write, p, ENOSPC, skip});
+}
+void writeRefused(const std::string& p, int skip) {
+  add({Call::OpenWrite, p, EACCES, skip});
+}
+void vanishes(const std::string& p, int skip) {
+  add({Call::OpenRead, p, ENOENT, skip});
+}
+void readOnlyFolder(const std::string& p) {
+  for (Call c : {Call::OpenWrite, Call::MakeFolder, Call::Remove, Call::Rename})
+    add({c, p, EROFS});
+}
+
+// The error to simulate for this call, or 0.
+int check(Call call, const char* path) {
+  if (!gAny.load(std::memory_order_relaxed) || !path) return 0;
+  std::lock_guard lock(gMutex);
+  for (Rule& r : gRules) {
+    if (r.call != call || std::string_view(path).find(r.pathPart) == std::string_view::npos)
+      continue;
+    if (r.skip > 0) {
+      --r.skip;
+      continue;
+    }
+    if (r.times == 0) continue;
+    if (r.times > 0) --r.times;
+    return r.error;
+  }
+  return 0;
+}
+
+}  // namespace faults
+
+namespace sys {
+namespace {
+int failWith(int e) {
+  if (e == faults::kKilledHere) ::raise(SIGKILL);
+  errno = e;
+  return -1;
+}
+}  // namespace
+
+int open(const char* path, int flags, mode_t mode) {
+  bool writing = (flags & (O_WRONLY | O_RDWR | O_CREAT | O_TRUNC)) != 0;
+  if (int e = faults::check(writing ? faults::Call::OpenWrite : faults::Call::OpenRead, path)) {
+    return failWith(e);
+  }
+  return ::open(path, flags, mode);
+}
+
+ssize_t write(int fd, const void* buf, size_t n, const char* path) {
+  if (int e = faults::check(faults::Call::Write, path)) return failWith(e);
+  return ::write(fd, buf, n);
+}
+
+ssize_t pwrite(int fd, const void* buf, size_t n, off_t offset, const char* path) {
+  if (int e = faults::check(faults::Call::Write, path)) return failWith(e);
+  return ::pwrite(fd, buf, n, offset);
+}
+
+int mkdir(const char* path, mode_t mode) {
+  if (int e = faults::check(faults::Call::MakeFolder, path)) return failWith(e);
+  return ::mkdir(path, mode);
+}
+
+int unlink(const char* path) {
+  if (int e = faults::check(faults::Call::Remove, path)) return failWith(e);
+  return ::unlink(path);
+}
+
+int rmdir(const char* path) {
+  if (int e = faults::check(faults::Call::Remove, path)) return failWith(e);
+  return ::rmdir(path);
+}
+
+int openat(int dirFd, const char* name, int flags, mode_t mode, const char* path) {
+  if (int e = faults::check(faults::Call::OpenWrite, path)) return failWith(e);
+  return ::openat(dirFd, name, flags, mode);
+}
+
+int renameat(int dirFd, const char* from, const char* to, const char* path) {
+  if (int e = faults::check(faults::Call::Rename, path)) return failWith(e);
+  return ::renameat(dirFd, from, dirFd, to);
+}
+
+}  // namespace sys
+}  // namespace zrk::platform
