@@ -5,6 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <zlib.h>
+
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -13,6 +16,9 @@
 
 namespace zrk::bench {
 namespace {
+
+constexpr char kBase64Alphabet[] =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 [[noreturn]] void die(const char* what, const std::string& path) {
   std::perror((std::string(what) + " " + path).c_str());
@@ -141,6 +147,83 @@ void replaceDurably(const std::string& path, std::string_view bytes) {
       ::open(std::filesystem::path(path).parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (dir < 0 || ::fsync(dir) != 0) die("fsync folder of", path);
   ::close(dir);
+}
+
+FileBytes zlibCompress(std::string_view in) {
+  uLongf n = compressBound(uLong(in.size()));
+  FileBytes out{std::make_unique_for_overwrite<char[]>(n), 0};
+  compress(reinterpret_cast<Bytef*>(out.data.get()), &n, reinterpret_cast<const Bytef*>(in.data()),
+           uLong(in.size()));
+  out.size = n;
+  return out;
+}
+
+FileBytes zlibUncompress(std::string_view in, size_t size) {
+  uLongf n = uLongf(size);
+  FileBytes out{std::make_unique_for_overwrite<char[]>(size), 0};
+  uncompress(reinterpret_cast<Bytef*>(out.data.get()), &n,
+             reinterpret_cast<const Bytef*>(in.data()), uLong(in.size()));
+  out.size = n;
+  return out;
+}
+
+std::string plainBase64Encode(std::string_view in) {
+  std::string out((in.size() + 2) / 3 * 4, '=');
+  const auto* p = reinterpret_cast<const unsigned char*>(in.data());
+  char* o = out.data();
+  size_t i = 0;
+  for (; i + 3 <= in.size(); i += 3, o += 4) {
+    uint32_t v = uint32_t(p[i]) << 16 | uint32_t(p[i + 1]) << 8 | p[i + 2];
+    o[0] = kBase64Alphabet[v >> 18];
+    o[1] = kBase64Alphabet[(v >> 12) & 63];
+    o[2] = kBase64Alphabet[(v >> 6) & 63];
+    o[3] = kBase64Alphabet[v & 63];
+  }
+  if (i < in.size()) {
+    uint32_t v = uint32_t(p[i]) << 16 | (i + 1 < in.size() ? uint32_t(p[i + 1]) << 8 : 0);
+    o[0] = kBase64Alphabet[v >> 18];
+    o[1] = kBase64Alphabet[(v >> 12) & 63];
+    if (i + 1 < in.size()) o[2] = kBase64Alphabet[(v >> 6) & 63];
+  }
+  return out;
+}
+
+std::string plainBase64Decode(std::string_view in) {
+  static const std::array<uint8_t, 256> value = [] {
+    std::array<uint8_t, 256> v{};
+    for (uint8_t i = 0; i < 64; ++i)
+      v[static_cast<unsigned char>(kBase64Alphabet[i])] = i;
+    return v;
+  }();
+  size_t pad =
+      in.size() >= 2 ? size_t(in[in.size() - 1] == '=') + size_t(in[in.size() - 2] == '=') : 0;
+  std::string out(in.size() / 4 * 3, '\0');
+  const auto* p = reinterpret_cast<const unsigned char*>(in.data());
+  char* o = out.data();
+  for (size_t i = 0; i + 4 <= in.size(); i += 4, o += 3) {
+    uint32_t v = uint32_t(value[p[i]]) << 18 | uint32_t(value[p[i + 1]]) << 12 |
+                 uint32_t(value[p[i + 2]]) << 6 | value[p[i + 3]];
+    o[0] = char(v >> 16);
+    o[1] = char(v >> 8);
+    o[2] = char(v);
+  }
+  out.resize(out.size() - pad);
+  return out;
+}
+
+void packPlainly(const std::string& plain, const std::string& packed) {
+  FileBytes in = readOnce(plain);
+  char header[16];
+  std::snprintf(header, sizeof header, "%08zxBINI", in.size);
+  replaceDurably(packed, header + plainBase64Encode(zlibCompress(in.view()).view()));
+  std::filesystem::remove(plain);
+}
+
+void unpackPlainly(const std::string& packed, const std::string& plain) {
+  FileBytes in = readOnce(packed);
+  size_t size = std::strtoull(std::string(in.data.get(), 8).c_str(), nullptr, 16);
+  std::string_view stream = in.view().substr(12);
+  replaceDurably(plain, zlibUncompress(plainBase64Decode(stream), size).view());
 }
 
 }  // namespace zrk::bench

@@ -57,15 +57,33 @@ void sizedMiB(benchmark::internal::Benchmark* b);
 // Wall time, with the input bytes of one iteration as the counter "bytes".
 void setBytes(benchmark::State& state, int64_t bytesPerIteration);
 
-// Bytes read by one open, fstat and read into an uninitialised buffer.
+// Bytes in a buffer left uninitialised: what one read or zlib call fills.
 struct FileBytes {
   std::unique_ptr<char[]> data;
   size_t size = 0;
+  std::string_view view() const { return {data.get(), size}; }
 };
+// Bytes read by one open, fstat and read into an uninitialised buffer.
 FileBytes readOnce(const std::string& path);
 
 // Replaces `path` the durable way: a temporary file beside it written and fsynced, renamed over
 // it, and the folder fsynced.
 void replaceDurably(const std::string& path, std::string_view bytes);
+
+// zlib alone: `compress` at the default level, and `uncompress` into `size` bytes.
+FileBytes zlibCompress(std::string_view in);
+FileBytes zlibUncompress(std::string_view in, size_t size);
+
+// A plain table-driven base64 of bytes, standard alphabet with "=" padding: what the packed
+// form costs without character strings.
+std::string plainBase64Encode(std::string_view in);
+std::string plainBase64Decode(std::string_view in);
+
+// The packed INI form done plainly, on bytes: the plain file read, compressed, encoded behind a
+// 12-byte header (its size in 8 hex digits, "BINI"), the packed file replaced durably and the
+// plain file removed; and back: the packed file read, decoded, expanded, the plain file replaced
+// durably. The same two fsync calls a side as the library's pack and unpack.
+void packPlainly(const std::string& plain, const std::string& packed);
+void unpackPlainly(const std::string& packed, const std::string& plain);
 
 }  // namespace zrk::bench

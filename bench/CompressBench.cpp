@@ -1,8 +1,5 @@
 // String compression, base64 and the packed INI form against zlib, memcpy, and zlib with a plain
 // byte-level base64 and the same durable writes.
-#include <zlib.h>
-
-#include <array>
 #include <cstring>
 #include <filesystem>
 
@@ -36,31 +33,6 @@ const std::string& textBytes() {
 const Text& text() {
   static const Text t = platform::fromAnsi(textBytes());
   return t;
-}
-
-// Bytes in a buffer left uninitialised, as zlib writes every byte it reports.
-struct Bytes {
-  std::unique_ptr<char[]> data;
-  size_t size = 0;
-  std::string_view view() const { return {data.get(), size}; }
-};
-
-Bytes zlibCompress(std::string_view in) {
-  uLongf n = compressBound(uLong(in.size()));
-  Bytes out{std::make_unique_for_overwrite<char[]>(n), 0};
-  compress(reinterpret_cast<Bytef*>(out.data.get()), &n, reinterpret_cast<const Bytef*>(in.data()),
-           uLong(in.size()));
-  out.size = n;
-  return out;
-}
-
-Bytes zlibUncompress(std::string_view in, size_t size) {
-  uLongf n = uLongf(size);
-  Bytes out{std::make_unique_for_overwrite<char[]>(size), 0};
-  uncompress(reinterpret_cast<Bytef*>(out.data.get()), &n,
-             reinterpret_cast<const Bytef*>(in.data()), uLong(in.size()));
-  out.size = n;
-  return out;
 }
 
 void Op_CompressString(benchmark::State& state) {
@@ -102,7 +74,7 @@ BENCHMARK(Op_DecompressString)
     ->Unit(benchmark::kMillisecond);
 
 void Floor_DecompressString(benchmark::State& state) {
-  Bytes packed = zlibCompress(textBytes());
+  FileBytes packed = zlibCompress(textBytes());
   for (auto _ : state)
     benchmark::DoNotOptimize(zlibUncompress(packed.view(), kMiB));
   setBytes(state, kMiB);
@@ -151,54 +123,6 @@ void copyFloor(benchmark::State& state, const Text& input) {
 BENCHMARK_CAPTURE(copyFloor, encode, binary())->Name("Floor/Base64Encode")->UseRealTime();
 BENCHMARK_CAPTURE(copyFloor, decode, encoded())->Name("Floor/Base64Decode")->UseRealTime();
 
-// A plain table-driven base64 of bytes, standard alphabet with "=" padding: what the packed
-// form costs without character strings.
-constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-
-std::string plainBase64Encode(std::string_view in) {
-  std::string out((in.size() + 2) / 3 * 4, '=');
-  const auto* p = reinterpret_cast<const unsigned char*>(in.data());
-  char* o = out.data();
-  size_t i = 0;
-  for (; i + 3 <= in.size(); i += 3, o += 4) {
-    uint32_t v = uint32_t(p[i]) << 16 | uint32_t(p[i + 1]) << 8 | p[i + 2];
-    o[0] = kAlphabet[v >> 18];
-    o[1] = kAlphabet[(v >> 12) & 63];
-    o[2] = kAlphabet[(v >> 6) & 63];
-    o[3] = kAlphabet[v & 63];
-  }
-  if (i < in.size()) {
-    uint32_t v = uint32_t(p[i]) << 16 | (i + 1 < in.size() ? uint32_t(p[i + 1]) << 8 : 0);
-    o[0] = kAlphabet[v >> 18];
-    o[1] = kAlphabet[(v >> 12) & 63];
-    if (i + 1 < in.size()) o[2] = kAlphabet[(v >> 6) & 63];
-  }
-  return out;
-}
-
-std::string plainBase64Decode(std::string_view in) {
-  static const std::array<uint8_t, 256> value = [] {
-    std::array<uint8_t, 256> v{};
-    for (uint8_t i = 0; i < 64; ++i)
-      v[static_cast<unsigned char>(kAlphabet[i])] = i;
-    return v;
-  }();
-  size_t pad =
-      in.size() >= 2 ? size_t(in[in.size() - 1] == '=') + size_t(in[in.size() - 2] == '=') : 0;
-  std::string out(in.size() / 4 * 3, '\0');
-  const auto* p = reinterpret_cast<const unsigned char*>(in.data());
-  char* o = out.data();
-  for (size_t i = 0; i + 4 <= in.size(); i += 4, o += 3) {
-    uint32_t v = uint32_t(value[p[i]]) << 18 | uint32_t(value[p[i + 1]]) << 12 |
-                 uint32_t(value[p[i + 2]]) << 6 | value[p[i + 3]];
-    o[0] = char(v >> 16);
-    o[1] = char(v >> 8);
-    o[2] = char(v);
-  }
-  out.resize(out.size() - pad);
-  return out;
-}
-
 // The packed INI form, both ways: CompressBINI replaces the packed file and removes the plain
 // one, DecompressBINI writes the plain one back, each replacement fsyncing file and folder.
 void Op_CompressBINI(benchmark::State& state) {
@@ -228,14 +152,8 @@ void Floor_CompressBINI(benchmark::State& state) {
   std::string plain = writeScratch("bini-floor/server.ini", textBytes());
   std::string packed = dir + "/server.bini";
   for (auto _ : state) {
-    FileBytes in = readOnce(plain);
-    std::string_view inView(in.data.get(), in.size);
-    std::string body = "00000000BINI" + plainBase64Encode(zlibCompress(inView).view());
-    replaceDurably(packed, body);
-    std::filesystem::remove(plain);
-    FileBytes back = readOnce(packed);
-    std::string_view stream(back.data.get() + 12, back.size - 12);
-    replaceDurably(plain, zlibUncompress(plainBase64Decode(stream), in.size).view());
+    packPlainly(plain, packed);
+    unpackPlainly(packed, plain);
   }
   setBytes(state, kMiB);
 }

@@ -2,7 +2,6 @@
 // snapshot walk or the id list with each process's first module.
 #include "process/ProcessEnumeration.h"
 
-#include <array>
 #include <cstring>
 #include <optional>
 #include <string_view>
@@ -23,8 +22,6 @@ using platform::HANDLE;
 // alone: asking to read its memory as well would leave out the processes of other accounts.
 constexpr uint32_t kQuery = platform::PROCESS_QUERY_INFORMATION;
 constexpr int32_t kSnapshotStrategy = 1, kModuleStrategy = 2;
-constexpr uint32_t kModuleArrayBytes = 200;
-constexpr size_t kNameBufferSize = platform::MAX_PATH;
 
 // Closes a process handle or snapshot when it goes, also after a failure.
 class ScopedHandle {
@@ -44,19 +41,6 @@ class ScopedHandle {
 int32_t doubled(int32_t n) {
   if (n > INT32_MAX / 2) throw Failure(err::Overflow);
   return n * 2;
-}
-
-// The name of an open process's first module (its executable's path where we may read it), or
-// nothing when the process shows no modules.
-std::optional<Text> firstModuleName(HANDLE process) {
-  std::array<uint32_t, 200> modules{};  // indexes 1 to 200
-  uint32_t count = 0;
-  if (!platform::EnumProcessModules(process, modules.data(), kModuleArrayBytes, count)) {
-    return std::nullopt;
-  }
-  std::string buffer(kNameBufferSize, ' ');
-  uint32_t n = platform::GetModuleFileNameExA(process, modules[0], buffer.data(), kNameBufferSize);
-  return fromUtf8(std::string_view(buffer).substr(0, n));
 }
 
 // Walks a snapshot of the process table until `visit` asks to stop; the snapshot is closed.
@@ -91,11 +75,8 @@ void walkProcesses(int32_t platformId, MethodFrame* frame, Visit&& visit) {
     line(2);
     std::vector<uint32_t> ids = process::runningProcessIds();
     line(3);
-    for (uint32_t id : ids) {
-      ScopedHandle h(platform::OpenProcess(kQuery, 0, id));
-      if (!h.get()) continue;
-      if (std::optional<Text> name = firstModuleName(h.get())) visit(std::move(*name), id);
-    }
+    for (platform::NamedProcess& p : platform::firstModuleNames(ids))
+      visit(fromUtf8(p.name), p.pid);
   } else if (platformId == kSnapshotStrategy) {
     line(2);
     walkSnapshot([&](const platform::PROCESSENTRY32& entry) {
@@ -110,6 +91,7 @@ void walkProcesses(int32_t platformId, MethodFrame* frame, Visit&& visit) {
 namespace process {
 
 std::vector<uint32_t> runningProcessIds() {
+  platform::ProcessTableReading reading;  // every call of the loop sees one picture
   int32_t cb = 8;
   uint32_t needed = 96;
   std::vector<uint32_t> ids;

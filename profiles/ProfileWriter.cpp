@@ -49,12 +49,19 @@ std::vector<Text> checkedValues(Dispatch& F, const Text& urls) {
   return values;
 }
 
-// Writes one key. A write the INI engine refuses (a read-only file, a full disk) stops the save:
-// a profile stored with fewer keys than it has is no save.
-void storeKey(const Text& section, const Text& key, const Text& value, const Text& file) {
-  if (!platform::WritePrivateProfileStringA(&section, &key, &value, file)) {
+// Writes the keys in one replacement of the file. A write the INI engine refuses (a read-only
+// file, a full disk) stops the save: a profile stored with fewer keys than it has is no save.
+void storeKeys(const Text& section, const std::vector<Text>& values, const Text& file) {
+  std::vector<Text> keys;
+  std::vector<platform::ProfileEdit> edits;
+  keys.reserve(values.size());
+  for (size_t i = 0; i < values.size(); ++i) {
+    keys.emplace_back(kProfileKeys[i].key);
+    edits.push_back({&section, &keys.back(), &values[i]});
+  }
+  if (!platform::writeProfileEdits(edits, file)) {
     throw Failure(err::PathFileAccessError, defaultDescription(err::PathFileAccessError) + u" [" +
-                                                section + u", " + key + u", " + file + u"]");
+                                                section + u", " + file + u"]");
   }
 }
 
@@ -120,12 +127,7 @@ bool clsKVN::writeProfile(Dispatch& F, Text iniFile, Text zrkPath) {
     frame.line(6);
     urls = uploadUrls(F);
     frame.line(7);
-    auto writeKeys = [&] {
-      std::vector<Text> values = checkedValues(F, urls);
-      for (size_t i = 0; i < values.size(); ++i) {
-        storeKey(text(F, u"txtName"), kProfileKeys[i].key, values[i], iniFile);
-      }
-    };
+    auto writeKeys = [&] { storeKeys(text(F, u"txtName"), checkedValues(F, urls), iniFile); };
     writeKeys();
     frame.line(8);
     if (!text(F, u"txtOld").empty()) {

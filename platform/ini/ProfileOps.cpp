@@ -396,6 +396,24 @@ bool writableNames(Bytes section, const std::string* key, const std::string* val
          k.front() != '[';
 }
 
+// One change in the file's code page, names without the blanks round them, as the reader finds
+// them; nothing when it could not be read back or would add a line of its own.
+struct EditBytes {
+  std::string section;
+  std::optional<std::string> key, value;
+};
+
+std::optional<EditBytes> editBytes(const ProfileEdit& e) {
+  if (!e.section) return std::nullopt;
+  std::string s = toAnsi(*e.section), k = e.key ? toAnsi(*e.key) : std::string();
+  std::optional<std::string> v;
+  if (e.value) v = toAnsi(*e.value);
+  if (!writableNames(s, e.key ? &k : nullptr, v ? &*v : nullptr)) return std::nullopt;
+  EditBytes out{std::string(trim(s)), std::nullopt, std::move(v)};
+  if (e.key) out.key = std::string(trim(k));
+  return out;
+}
+
 // The value of `key` in `section` of `file`, or `def` without its trailing blanks; cut to
 // size - 1 bytes. It views `def` or the file's content, which `p` holds for the caller.
 Bytes valueOrDefault(const Text& section, const Text& key, Bytes def, int32_t size,
@@ -481,12 +499,19 @@ int32_t GetPrivateProfileSectionA(TextView section, Text& buffer, int32_t size, 
 
 bool WritePrivateProfileStringA(const Text* section, const Text* key, const Text* value,
                                 TextView file) {
-  if (!section || file.empty()) return false;
-  std::string s = toAnsi(*section), k = key ? toAnsi(*key) : std::string(),
-              v = value ? toAnsi(*value) : std::string();
-  if (!writableNames(s, key ? &k : nullptr, value ? &v : nullptr)) return false;
-  // Names are matched and written as the reader finds them: without the blanks round them.
-  std::string name(trim(s)), keyName(trim(k));
+  const ProfileEdit edit{section, key, value};
+  return writeProfileEdits({&edit, 1}, file);
+}
+
+bool writeProfileEdits(std::span<const ProfileEdit> edits, TextView file) {
+  if (file.empty()) return false;
+  std::vector<EditBytes> changes;
+  changes.reserve(edits.size());
+  for (const ProfileEdit& e : edits) {
+    std::optional<EditBytes> change = editBytes(e);
+    if (!change) return false;
+    changes.push_back(std::move(*change));
+  }
   std::string path = followFinalLink(nativePath(file));
   // Another writer's read-modify-replace of this file waits for ours to end; a profile save
   // or a pack that holds the lock already takes it again.
@@ -500,9 +525,16 @@ bool WritePrivateProfileStringA(const Text* section, const Text* key, const Text
       return false;
     }
   }
-  auto result = edited(all, name, key ? &keyName : nullptr, value ? &v : nullptr);
-  if (!result) return true;  // nothing to change
-  return replaceFileAtomically(path, *result);
+  bool changed = false;
+  for (const EditBytes& c : changes) {
+    if (auto result =
+            edited(all, c.section, c.key ? &*c.key : nullptr, c.value ? &*c.value : nullptr)) {
+      all = std::move(*result);
+      changed = true;
+    }
+  }
+  if (!changed) return true;  // nothing to change
+  return replaceFileAtomically(path, all);
 }
 
 }  // namespace zrk::platform

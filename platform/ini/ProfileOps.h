@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include <zrkKVL/Text.h>
@@ -39,5 +40,17 @@ int32_t GetPrivateProfileSectionA(TextView section, Text& buffer, int32_t size, 
 // deletes the section. Gives false and changes nothing when the write cannot be done.
 bool WritePrivateProfileStringA(const Text* section, const Text* key, const Text* value,
                                 TextView file);
+
+// One change of a profile file, as WritePrivateProfileStringA takes it.
+struct ProfileEdit {
+  const Text* section;
+  const Text* key;
+  const Text* value;
+};
+
+// Makes the changes in order, each on what the ones before it left, and replaces the file once
+// with the result: the same bytes as the changes written one by one. Gives false and changes
+// nothing when one of them cannot be made or the file cannot be written.
+bool writeProfileEdits(std::span<const ProfileEdit> edits, TextView file);
 
 }  // namespace zrk::platform

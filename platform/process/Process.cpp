@@ -135,8 +135,11 @@ const std::string& ProcessObject::executable() {
 }
 
 std::string executableOf(uint32_t pid) {
+  return executableFromLink(pid, linkTarget(procPath(pid, "exe")));
+}
+
+std::string executableFromLink(uint32_t pid, std::string exe) {
   static constexpr std::string_view kDeleted = " (deleted)";
-  std::string exe = linkTarget(procPath(pid, "exe"));
   if (!exe.ends_with(kDeleted)) return exe;
   // The mark is the system's unless a file of that very name is the executable.
   struct stat named, running;

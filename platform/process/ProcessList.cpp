@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cstring>
 #include <mutex>
@@ -21,8 +22,6 @@ namespace zrk::platform {
 namespace {
 
 constexpr HANDLE kInvalidHandle = 0xFFFFFFFF;
-// The one module handle a process shows: its executable.
-constexpr uint32_t kExecutableModule = 0x400000;
 
 struct Entry {
   uint32_t pid;
@@ -37,6 +36,25 @@ struct SnapshotObject : HandleObject {
 
 std::mutex gSeamMutex;
 std::function<int32_t(uint32_t*, uint32_t, uint32_t&)> gEnumProcesses;
+
+// The reading of /proc that serves this thread's calls of EnumProcesses, while one lives.
+thread_local ProcessTableReading* tReading = nullptr;
+
+// /proc, open for the *at calls of one walk over its processes; -1 where it cannot be opened,
+// and then every read through it fails.
+class ProcFolder {
+ public:
+  ProcFolder() : fd_(::open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {}
+  ~ProcFolder() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  ProcFolder(const ProcFolder&) = delete;
+  ProcFolder& operator=(const ProcFolder&) = delete;
+  int fd() const { return fd_; }
+
+ private:
+  int fd_;
+};
 
 // The ids of /proc, in the directory's order.
 std::vector<uint32_t> processIds() {
@@ -55,10 +73,13 @@ std::vector<uint32_t> processIds() {
   return ids;
 }
 
-// Up to `limit` bytes of a /proc file of `pid`, or empty.
-std::string procFile(uint32_t pid, const char* leaf, size_t limit) {
-  std::string path = "/proc/" + std::to_string(pid) + "/" + leaf;
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+std::string entryOf(uint32_t pid, const char* leaf) {
+  return std::to_string(pid) + "/" + leaf;
+}
+
+// Up to `limit` bytes of the file `leaf` of `pid` in the open /proc, or empty.
+std::string procFile(int proc, uint32_t pid, const char* leaf, size_t limit) {
+  int fd = ::openat(proc, entryOf(pid, leaf).c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) return {};
   std::string bytes(limit, '\0');
   ssize_t n = ::read(fd, bytes.data(), limit);
@@ -69,8 +90,8 @@ std::string procFile(uint32_t pid, const char* leaf, size_t limit) {
 
 // The short name the kernel keeps for a process (the executable's file name cut to 15 bytes,
 // unless the process renamed itself).
-std::string commandName(uint32_t pid) {
-  std::string name = procFile(pid, "comm", 64);
+std::string commandName(int proc, uint32_t pid) {
+  std::string name = procFile(proc, pid, "comm", 64);
   if (!name.empty() && name.back() == '\n') name.pop_back();
   return name;
 }
@@ -83,29 +104,29 @@ std::string fileNameOf(const std::string& path) {
 // started as (the first argument of its command line, when its file name begins with the short
 // name, so that a process that rewrote its command line is not taken at its word), else the
 // short name. Empty for a kernel thread or a process that has ended: they have no command line.
-std::string startedAs(uint32_t pid) {
-  std::string argv0 = procFile(pid, "cmdline", PATH_MAX);
+std::string startedAs(int proc, uint32_t pid) {
+  std::string argv0 = procFile(proc, pid, "cmdline", PATH_MAX);
   argv0.resize(std::min(argv0.size(), argv0.find('\0')));
   if (argv0.empty()) return {};
-  std::string comm = commandName(pid);
+  std::string comm = commandName(proc, pid);
   return fileNameOf(argv0).starts_with(comm) ? argv0 : comm;
 }
 
-// A snapshot entry's name: the executable's file name, else that of the program it was started
-// as, else the kernel's short name (a kernel thread's).
-std::string snapshotName(uint32_t pid) {
-  std::string exe = executableOf(pid);
-  if (!exe.empty()) return fileNameOf(exe);
-  std::string started = startedAs(pid);
-  return started.empty() ? commandName(pid) : fileNameOf(started);
+// A process's first module name: its executable's full path where we may read the link (one
+// readlink), else what it was started as. Empty for a process without a program (a kernel
+// thread) or one that has ended: the system has no link for them, so nothing more is read.
+std::string moduleName(int proc, uint32_t pid) {
+  char target[PATH_MAX];
+  ssize_t n = ::readlinkat(proc, entryOf(pid, "exe").c_str(), target, sizeof target);
+  if (n > 0) return executableFromLink(pid, std::string(target, size_t(n)));
+  return errno == ENOENT ? std::string() : startedAs(proc, pid);
 }
 
-// A process's first module name: its executable's full path where we may read it, else what it
-// was started as; empty for a process without a program (a kernel thread).
-std::string moduleName(ProcessObject& p) {
-  if (!p.executable().empty()) return p.executable();
-  std::string started = startedAs(p.pid);
-  return p.alive() ? started : std::string();  // else the id may already be another process's
+// A snapshot entry's name: the file name of the first module, else the kernel's short name (a
+// kernel thread's); empty for a process that has ended.
+std::string snapshotName(int proc, uint32_t pid) {
+  std::string module = moduleName(proc, pid);
+  return module.empty() ? commandName(proc, pid) : fileNameOf(module);
 }
 
 int32_t deliver(HANDLE snapshot, PROCESSENTRY32& entry, bool first) {
@@ -126,7 +147,8 @@ int32_t deliver(HANDLE snapshot, PROCESSENTRY32& entry, bool first) {
 }
 
 int32_t realEnumProcesses(uint32_t* ids, uint32_t cb, uint32_t& needed) {
-  std::vector<uint32_t> all = processIds();
+  std::vector<uint32_t> fresh;
+  const std::vector<uint32_t>& all = tReading ? tReading->ids() : (fresh = processIds());
   size_t n = std::min<size_t>(all.size(), cb / 4);
   std::copy_n(all.begin(), n, ids);
   needed = uint32_t(n * 4);
@@ -134,6 +156,19 @@ int32_t realEnumProcesses(uint32_t* ids, uint32_t cb, uint32_t& needed) {
 }
 
 }  // namespace
+
+ProcessTableReading::ProcessTableReading() : outer_(tReading) {
+  tReading = this;
+}
+
+ProcessTableReading::~ProcessTableReading() {
+  tReading = outer_;
+}
+
+const std::vector<uint32_t>& ProcessTableReading::ids() {
+  if (!ids_) ids_ = processIds();
+  return *ids_;
+}
 
 int32_t EnumProcesses(uint32_t* ids, uint32_t cb, uint32_t& needed) {
   std::function<int32_t(uint32_t*, uint32_t, uint32_t&)> fn;
@@ -149,30 +184,24 @@ void setEnumProcesses(std::function<int32_t(uint32_t*, uint32_t, uint32_t&)> fn)
   gEnumProcesses = std::move(fn);
 }
 
-int32_t EnumProcessModules(HANDLE process, uint32_t* modules, uint32_t cb, uint32_t& needed) {
-  auto p = HandleTable::instance().get<ProcessObject>(process);
-  if (!p || !(p->access & PROCESS_QUERY_INFORMATION) || moduleName(*p).empty()) return 0;
-  needed = 4;
-  if (cb >= 4) modules[0] = kExecutableModule;
-  return 1;
-}
-
-uint32_t GetModuleFileNameExA(HANDLE process, uint32_t module, char* buffer, uint32_t size) {
-  auto p = HandleTable::instance().get<ProcessObject>(process);
-  if (!p || (module != kExecutableModule && module != 0) || size == 0) return 0;
-  std::string name = moduleName(*p);
-  if (name.empty()) return 0;
-  size_t n = std::min<size_t>(name.size(), size - 1);  // a longer path is cut to fit the NUL
-  std::memcpy(buffer, name.data(), n);
-  buffer[n] = '\0';
-  return uint32_t(n);
+std::vector<NamedProcess> firstModuleNames(const std::vector<uint32_t>& ids) {
+  std::vector<NamedProcess> named;
+  ProcFolder proc;
+  for (uint32_t pid : ids) {
+    std::string name = moduleName(proc.fd(), pid);
+    if (name.empty()) continue;
+    name.resize(std::min(name.size(), MAX_PATH - 1));  // a longer path is cut as a buffer holds it
+    named.push_back({pid, std::move(name)});
+  }
+  return named;
 }
 
 HANDLE CreateToolhelp32Snapshot(uint32_t flags, uint32_t) {
   if (!(flags & TH32CS_SNAPPROCESS)) return kInvalidHandle;
   auto s = std::make_shared<SnapshotObject>();
+  ProcFolder proc;
   for (uint32_t pid : processIds()) {
-    std::string name = snapshotName(pid);
+    std::string name = snapshotName(proc.fd(), pid);
     if (!name.empty()) s->entries.push_back({pid, std::move(name)});  // empty: it has ended
   }
   return HandleTable::instance().add(std::move(s));

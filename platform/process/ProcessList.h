@@ -3,6 +3,8 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "platform/process/ProcessHandles.h"
@@ -30,19 +32,41 @@ static_assert(sizeof(PROCESSENTRY32) == 296);
 // Fills `ids` with up to cb / 4 process ids and sets `needed` to the bytes filled. Non-zero on
 // success.
 int32_t EnumProcesses(uint32_t* ids, uint32_t cb, uint32_t& needed);
-// The module handles of a process opened with the query right, the executable's first; at most
-// cb / 4 of them. `needed` gets the bytes all of them take. Non-zero on success; 0 for a process
-// without a program (a kernel thread, or one that has ended).
-int32_t EnumProcessModules(HANDLE process, uint32_t* modules, uint32_t cb, uint32_t& needed);
-// The name of a module's file in `buffer` (bytes, NUL-ended when there is room), at most `size`
-// bytes with the NUL: the executable's full path where the caller may read it (the system shows
-// it to those who may read the process's memory), else the program as the process was started
-// (the first argument of its command line, when its file name begins with the kernel's short
-// name), else that short name. Gives the bytes written without the NUL, 0 on failure.
-uint32_t GetModuleFileNameExA(HANDLE process, uint32_t module, char* buffer, uint32_t size);
+
+// While one lives, the calls of EnumProcesses on its thread are served from one reading of
+// /proc, made at the first of them: a caller that asks again with more room gets the same
+// picture, and the directory is read once.
+class ProcessTableReading {
+ public:
+  ProcessTableReading();
+  ~ProcessTableReading();
+  ProcessTableReading(const ProcessTableReading&) = delete;
+  ProcessTableReading& operator=(const ProcessTableReading&) = delete;
+  // The ids of /proc, in the directory's order, as read at the first call.
+  const std::vector<uint32_t>& ids();
+
+ private:
+  ProcessTableReading* outer_;
+  std::optional<std::vector<uint32_t>> ids_;
+};
+
+// A process and the name of its first module: the executable's full path where the caller may
+// read it (the system shows it to those who may read the process's memory), else the program as
+// the process was started (the first argument of its command line, when its file name begins
+// with the kernel's short name), else that short name; cut to MAX_PATH - 1 bytes. Names are the
+// system's bytes.
+struct NamedProcess {
+  uint32_t pid;
+  std::string name;
+};
+// Each process of `ids` that has a program, in that order, with its first module's name; a
+// process without one (a kernel thread) or that has ended is left out. Read through /proc
+// opened once, without opening the processes: one readlink a process whose executable the
+// caller may read or that has none, the command line and short name besides for the others.
+std::vector<NamedProcess> firstModuleNames(const std::vector<uint32_t>& ids);
 
 // A picture of the process table at this moment, every account's processes, each named by the
-// file name of what GetModuleFileNameExA gives (a kernel thread by its short name);
+// file name of its first module's name (a kernel thread by its short name);
 // 0xFFFFFFFF (invalid) for other kinds.
 HANDLE CreateToolhelp32Snapshot(uint32_t flags, uint32_t pid);
 // The first and the next entry of a snapshot; `entry.dwSize` must be 296. Non-zero while an

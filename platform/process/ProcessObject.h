@@ -39,5 +39,7 @@ struct ProcessObject : HandleObject {
 // The full path of the executable of `pid` (one readlink), or empty. An executable deleted or
 // replaced since the start gives its path without the " (deleted)" the system adds.
 std::string executableOf(uint32_t pid);
+// The same from `link`, the target of /proc/PID/exe read already.
+std::string executableFromLink(uint32_t pid, std::string link);
 
 }  // namespace zrk::platform

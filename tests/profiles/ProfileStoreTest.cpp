@@ -244,7 +244,7 @@ TEST_F(ProfileStore, ASaveThatDidNotStoreEverythingFails) {
        [](Profile&, FormObject& f) { f.set(u"txtPadnum", u"Text", Text(u"5\0x", 3)); },
        {"writeProfile:5@7"}},
       {"key write refused",
-       [&](Profile&, FormObject&) { faults::writeRefused(mem / "profiles.ini", 3); },
+       [&](Profile&, FormObject&) { faults::writeRefused(mem / "profiles.ini", 1); },
        {"writeProfile:75@7"}},
       {"pack on a full disk",
        [&](Profile&, FormObject&) { faults::diskFull(mem / "profiles.bini"); },

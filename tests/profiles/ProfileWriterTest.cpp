@@ -71,6 +71,56 @@ TEST_F(ProfileWriter, KeepingTheNameTouchesNoFolder) {
   EXPECT_EQ(failures(), Failures{});
 }
 
+// A save leaves the packed bytes that its keys give when written one by one, in their order, into
+// the unpacked file: new and existing profiles, sections and keys in any order, every line end, a
+// byte-order mark.
+TEST_F(ProfileWriter, ASaveGivesTheBytesOfItsKeysWrittenOneByOne) {
+  struct Case {
+    const char* what;
+    const char* before;  // null: no profiles file yet
+    Profile profile;
+  } cases[] = {
+      {"first profile", nullptr, {u"New"}},
+      {"new profile among others", "[A]\r\npath=a\r\n[B]\r\npath=b\r\n", {u"New"}},
+      {"existing profile, keys changed",
+       "[A]\r\npath=a\r\n[Same]\r\nport=1\r\nextra=e\r\npath=old\r\n[B]\r\npath=b\r\n",
+       {u"Same", u"Same"}},
+      {"sections and keys in another order",
+       "[B]\r\nx=1\r\n[same]\r\nsss=s\r\nHOST=h\r\n; c\r\n\r\nGame=g\r\n[A]\r\n",
+       {u"Same", u"Same"}},
+      {"LF lines", "[A]\npath=a\n[Same]\nhost=h\n", {u"Same", u"Same"}},
+      {"CR LF lines without a final line end", "[A]\r\npath=a", {u"New"}},
+      {"byte-order mark", "\xEF\xBB\xBF[A]\r\npath=a\r\n", {u"New"}},
+      {"byte-order mark, the profile first",
+       "\xEF\xBB\xBF[Same]\r\nport=1\r\n",
+       {u"Same", u"Same"}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    for (const char* f : {"profiles.bini", "profiles.ini", "expected.bini", "expected.ini"})
+      std::remove((root / f).c_str());
+    if (c.before) {  // the expected file starts from the same unpacked content as the save
+      writeBytes(root / "profiles.ini", c.before);
+      kvn->CompressBINI(root.text("profiles.ini"));
+      writeBytes(root / "expected.bini", readBytes(root / "profiles.bini"));
+      ASSERT_TRUE(kvn->DecompressBINI(root.text("expected.bini")));
+    }
+    const std::string keys = keysOf(c.profile);
+    for (size_t at = keys.find("\r\n") + 2; at < keys.size();) {
+      size_t eq = keys.find('=', at), end = keys.find("\r\n", at);
+      kvn->WriteIniKey(c.profile.name, T(keys.substr(at, eq - at)),
+                       T(keys.substr(eq + 1, end - eq - 1)), root.text("expected.ini"));
+      at = end + 2;
+    }
+    kvn->CompressBINI(root.text("expected.ini"));
+    makeDir(root / ("profiles/" + toUtf8(c.profile.name) + "/settings"));
+    EXPECT_TRUE(save(c.profile));
+    EXPECT_EQ(readBytes(root / "profiles.bini"), readBytes(root / "expected.bini"));
+    EXPECT_FALSE(exists(root / "profiles.ini"));
+  }
+  EXPECT_EQ(failures(), Failures{});
+}
+
 TEST_F(ProfileWriter, NewProfileWithExistingFolders) {
   makeDir(root / "profiles/Here/settings");
   writeBytes(root / "profiles/Here/settings/a.cfg", "kept");

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <filesystem>
 #include <thread>
+#include <vector>
 
 #include "support/TestSupport.h"
 
@@ -219,6 +220,99 @@ TEST_F(ProfileOps, MissingFileIsMadeAndAMissingFolderRefused) {
   Text nowhere = T(dir / "none/b.ini"), s = u"S", k = u"k", v = u"v";
   EXPECT_FALSE(WritePrivateProfileStringA(&s, &k, &v, nowhere));
   EXPECT_FALSE(test::exists(dir / "none"));
+}
+
+// A batch of edits leaves the bytes the same edits leave when written one by one: keys set, made,
+// deleted and sections deleted, on files of every line end, with a byte-order mark, and missing.
+TEST_F(ProfileOps, ABatchGivesTheBytesOfItsEditsOneByOne) {
+  struct Edit {
+    const char16_t* section;
+    const char16_t* key;    // null: delete the section
+    const char16_t* value;  // null: delete the key
+  };
+  const std::vector<Edit> profile = {
+      {u"P", u"path", u"C:\\hl.exe"}, {u"P", u"upload", u" "}, {u"P", u"game", u"hl"},
+      {u"P", u"host", u"h"},          {u"P", u"nll", u"-1"},   {u"P", u"port", u"27015"},
+  };
+  auto with = [&](std::vector<Edit> more) {
+    std::vector<Edit> all = profile;
+    all.insert(all.end(), more.begin(), more.end());
+    return all;
+  };
+  struct Case {
+    const char* what;
+    const char* before;  // null: no file
+    std::vector<Edit> edits;
+  } cases[] = {
+      {"no file", nullptr, profile},
+      {"empty file", "", profile},
+      {"other profiles", "[A]\r\npath=a\r\n[B]\r\npath=b\r\n", profile},
+      {"keys changed", "[A]\r\nx=1\r\n[P]\r\nport=1\r\nextra=e\r\npath=old\r\n[B]\r\n", profile},
+      {"keys in another order, other case",
+       "[p]\r\nHOST=x\r\n; c\r\n\r\nGame=y\r\n[A]\r\npath=a\r\n", profile},
+      {"section last, no final line end", "[A]\r\npath=a\r\n[P]\r\npath=p", profile},
+      {"LF lines", "[A]\npath=a\n[P]\nhost=x\n", profile},
+      {"CR lines", "[P]\rhost=x\r", profile},
+      {"mixed line ends", "; c\n[A]\r\npath=a\r\n", profile},
+      {"byte-order mark", "\xEF\xBB\xBF[A]\r\npath=a\r\n", profile},
+      {"byte-order mark alone", "\xEF\xBB\xBF", profile},
+      {"byte-order mark before the section", "\xEF\xBB\xBF[P]\r\nport=1\r\n", profile},
+      {"deletes", "[A]\r\npath=a\r\n[P]\r\nx=1\r\n",
+       with({{u"P", u"x", nullptr}, {u"A", nullptr, nullptr}, {u"Q", nullptr, nullptr}})},
+      {"a key written twice and a section made again", "[P]\r\npath=old\r\n",
+       with({{u"P", nullptr, nullptr}, {u"P", u"path", u"again"}, {u"P", u"path", u"last"}})},
+      {"nothing to change",
+       "[A]\r\npath=a\r\n",
+       {{u"A", u"none", nullptr}, {u"B", nullptr, nullptr}}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    std::vector<Text> texts;
+    texts.reserve(c.edits.size() * 3);
+    std::vector<ProfileEdit> batch;
+    auto held = [&](const char16_t* t) -> const Text* {
+      return t ? &texts.emplace_back(t) : nullptr;
+    };
+    for (const Edit& e : c.edits)
+      batch.push_back({held(e.section), held(e.key), held(e.value)});
+    auto reset = [&] {
+      std::filesystem::remove(dir / "a.ini");
+      if (c.before) write(c.before);
+    };
+    reset();
+    for (const ProfileEdit& e : batch)
+      ASSERT_TRUE(WritePrivateProfileStringA(e.section, e.key, e.value, file()));
+    const bool made = test::exists(dir / "a.ini");
+    const std::string oneByOne = made ? content() : "";
+    reset();
+    ASSERT_TRUE(writeProfileEdits(batch, file()));
+    ASSERT_EQ(test::exists(dir / "a.ini"), made);
+    EXPECT_EQ(made ? content() : "", oneByOne);
+  }
+}
+
+// A batch with one edit that cannot be made changes nothing, however many edits come before it;
+// a missing file is not made.
+TEST_F(ProfileOps, ABatchWithARefusedEditChangesNothing) {
+  Text s = u"S", k = u"k", v = u"v", bad = u"x\r\n[Admin]", badSection = u"S]";
+  const std::vector<ProfileEdit> cases[] = {
+      {{&s, &k, &v}, {&s, &k, &bad}},
+      {{&s, &k, &v}, {&badSection, &k, &v}},
+      {{&s, &k, &v}, {nullptr, &k, &v}},
+      {{&s, &k, &bad}, {&s, &k, &v}},
+  };
+  for (const char* before : {static_cast<const char*>(nullptr), "[S]\r\nk=1\r\n"}) {
+    for (const auto& edits : cases) {
+      std::filesystem::remove(dir / "a.ini");
+      if (before) write(before);
+      EXPECT_FALSE(writeProfileEdits(edits, file()));
+      if (before) {
+        EXPECT_EQ(content(), before);
+      } else {
+        EXPECT_FALSE(test::exists(dir / "a.ini"));
+      }
+    }
+  }
 }
 
 }  // namespace

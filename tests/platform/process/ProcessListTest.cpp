@@ -5,6 +5,7 @@
 #include <climits>
 #include <filesystem>
 #include <functional>
+#include <optional>
 
 #include <zrkKVL/GameHandle.h>
 #include "platform/process/ProcessList.h"
@@ -245,6 +246,32 @@ TEST(PlatformProcessList, EnumProcessesFillsAtMostTheBufferAndSaysHowMuch) {
   uint32_t small[2] = {};
   ASSERT_NE(platform::EnumProcesses(small, 8, needed), 0);
   EXPECT_EQ(needed, 8u);
+}
+
+// While a reading lives, every call is served from the one picture it took at the first call, as
+// the growing calls of one caller need; once it is gone, each call reads /proc anew.
+TEST(PlatformProcessList, OneReadingServesEveryCallWhileItLives) {
+  auto listed = [](uint32_t cb) {
+    std::vector<uint32_t> ids(cb / 4);
+    uint32_t needed = 0;
+    EXPECT_NE(platform::EnumProcesses(ids.data(), cb, needed), 0);
+    ids.resize(needed / 4);
+    return ids;
+  };
+  auto lists = [](const std::vector<uint32_t>& ids, pid_t pid) {
+    return std::find(ids.begin(), ids.end(), uint32_t(pid)) != ids.end();
+  };
+  std::optional<FakeGame> started;
+  {
+    platform::ProcessTableReading reading;
+    const std::vector<uint32_t> first = listed(16384);
+    ASSERT_TRUE(lists(first, ::getpid()));
+    started.emplace();
+    EXPECT_EQ(listed(16384), first);
+    EXPECT_EQ(listed(8), std::vector<uint32_t>(first.begin(), first.begin() + 2));
+    EXPECT_FALSE(lists(listed(32768), started->pid()));
+  }
+  EXPECT_TRUE(lists(listed(16384), started->pid()));
 }
 
 }  // namespace
