@@ -4,10 +4,7 @@
 #include <sys/stat.h>
 
 #include <cstdio>
-#include <fstream>
-#include <iostream>
-#include <iterator>
-#include <sstream>
+#include <cstdlib>
 
 #include <zrkKVL/Failure.h>
 #include "cli/CommandLine.h"
@@ -55,7 +52,11 @@ Text valueOf(const std::string& bytes) {
 
 std::string readInput(const std::string& fileOrDash) {
   if (fileOrDash == "-") {
-    return std::string(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
+    std::string bytes;
+    char block[65536];
+    for (size_t n; (n = std::fread(block, 1, sizeof block, stdin)) > 0;)
+      bytes.append(block, n);
+    return bytes;
   }
   Text name = fromUtf8(fileOrDash);
   try {
@@ -66,9 +67,18 @@ std::string readInput(const std::string& fileOrDash) {
   }
 }
 
+bool readInputLine(std::string& line) {
+  char* buffer = nullptr;
+  size_t capacity = 0;
+  ssize_t n = ::getline(&buffer, &capacity, stdin);
+  if (n > 0) line.assign(buffer, size_t(n) - (buffer[n - 1] == '\n'));
+  std::free(buffer);
+  return n > 0;
+}
+
 std::vector<Text> inputLines() {
   std::vector<Text> lines;
-  for (std::string line; std::getline(std::cin, line);) {
+  for (std::string line; readInputLine(line);) {
     if (!line.empty() && line.back() == '\r') line.pop_back();
     lines.push_back(valueOf(line));
   }

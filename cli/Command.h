@@ -72,6 +72,8 @@ Text existingFile(const Context& c, size_t index, const char* what);
 
 // A file's bytes, or standard input for "-".
 std::string readInput(const std::string& fileOrDash);
+// The next line of standard input without its LF; false at the end of the input.
+bool readInputLine(std::string& line);
 // Standard input's lines as values, without their line ends (LF or CR LF).
 std::vector<Text> inputLines();
 

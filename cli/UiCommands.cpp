@@ -3,7 +3,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <iostream>
 #include <string>
 
 #include "cli/Command.h"
@@ -49,7 +48,7 @@ int warn(Context& c) {
   for (const auto& names : c.args)
     c.kvn.UpdateWarning(withLineEnds(names));
   if (!::isatty(STDIN_FILENO)) {
-    for (std::string line; std::getline(std::cin, line);)
+    for (std::string line; readInputLine(line);)
       c.kvn.UpdateWarning(withLineEnds(line));
   }
   waitWhileShown();

@@ -21,12 +21,24 @@ Text folded(TextView name) {
 
 struct Table {
   std::shared_mutex mutex;
+  // What the subsystems register at load time, entered into `entries` at the first use, so
+  // that a program that calls nothing by name builds no map.
+  std::vector<std::pair<TextView, CallFn>> pending;
   std::map<Text, std::pair<Text, CallFn>> entries;  // folded name -> (name, adapter)
 };
 
 Table& table() {
   static Table t;
   return t;
+}
+
+// The entries with every pending registration in; the caller holds the table's lock alone.
+std::map<Text, std::pair<Text, CallFn>>& entered() {
+  Table& t = table();
+  for (const auto& [name, fn] : t.pending)
+    t.entries[folded(name)] = {Text(name), fn};
+  t.pending.clear();
+  return t.entries;
 }
 
 // A failure's two fields as a late-bound object.
@@ -59,12 +71,12 @@ CallTable& CallTable::instance() {
 
 void CallTable::add(TextView name, CallFn fn) {
   std::unique_lock lock(table().mutex);
-  table().entries[folded(name)] = {Text(name), fn};
+  entered()[folded(name)] = {Text(name), fn};
 }
 
 CallFn CallTable::replace(TextView name, CallFn fn) {
   std::unique_lock lock(table().mutex);
-  auto& entries = table().entries;
+  auto& entries = entered();
   auto it = entries.find(folded(name));
   CallFn old = it == entries.end() ? nullptr : it->second.second;
   if (fn) {
@@ -76,22 +88,29 @@ CallFn CallTable::replace(TextView name, CallFn fn) {
 }
 
 CallFn CallTable::find(TextView name) const {
-  std::shared_lock lock(table().mutex);
-  auto it = table().entries.find(folded(name));
-  return it == table().entries.end() ? nullptr : it->second.second;
+  auto lookup = [&](const std::map<Text, std::pair<Text, CallFn>>& entries) {
+    auto it = entries.find(folded(name));
+    return it == entries.end() ? nullptr : it->second.second;
+  };
+  {
+    std::shared_lock lock(table().mutex);
+    if (table().pending.empty()) return lookup(table().entries);
+  }
+  std::unique_lock lock(table().mutex);
+  return lookup(entered());
 }
 
 std::vector<Text> CallTable::names() const {
-  std::shared_lock lock(table().mutex);
+  std::unique_lock lock(table().mutex);
   std::vector<Text> out;
-  for (const auto& [key, entry] : table().entries)
+  for (const auto& [key, entry] : entered())
     out.push_back(entry.first);
   return out;
 }
 
 CallRegistrar::CallRegistrar(std::initializer_list<std::pair<TextView, CallFn>> entries) {
-  for (const auto& [name, fn] : entries)
-    CallTable::instance().add(name, fn);
+  std::unique_lock lock(table().mutex);
+  table().pending.insert(table().pending.end(), entries.begin(), entries.end());
 }
 
 Variant failureObject(const FailureInfo& info) {

@@ -29,7 +29,8 @@ class CallTable {
   std::vector<Text> names() const;
 };
 
-// Subsystems register their operations with a static instance of this.
+// Subsystems register their operations with a static instance of this. The names are string
+// literals: the table keeps them as they are until the first call by name.
 struct CallRegistrar {
   CallRegistrar(std::initializer_list<std::pair<TextView, CallFn>> entries);
 };

@@ -186,6 +186,25 @@ TEST(CommandLine, LinesFromStandardInput) {
   EXPECT_FALSE(exists(dir / "none.txt"));
 }
 
+TEST(CommandLine, StandardInputLinesKeepTheirBytes) {
+  TempDir dir;
+  std::string file = dir / "f.txt";
+  struct Case {
+    std::string input, written;
+  } cases[] = {
+      {"x\r\ny\n", "x\r\ny\r\n"},
+      {"x\ny", "x\r\ny\r\n"},                                  // the last line without its LF
+      {"a\n\nb\n", "a\r\n\r\nb\r\n"},                          // an empty line stays
+      {std::string("a\0b\n", 4), std::string("a\0b\r\n", 5)},  // a NUL inside a line
+      {std::string(70000, 'l') + "\n", std::string(70000, 'l') + "\r\n"},
+  };
+  for (const Case& c : cases) {
+    ToolRun w = runTool({"file", "write", file}, c.input);
+    EXPECT_EQ(w.code, 0) << w.err;
+    EXPECT_EQ(readBytes(file), c.written) << c.input.substr(0, 16);
+  }
+}
+
 TEST(CommandLine, WritesThatCannotHappenFailNamingThePath) {
   TempDir dir;
   struct Case {

@@ -1,4 +1,6 @@
 // Calls by name: any case, argument conversion, by-reference write-back, variables, failures.
+#include <algorithm>
+
 #include "support/TestSupport.h"
 
 namespace zrk::test {
@@ -13,6 +15,30 @@ TEST_F(CallByName, NamesMatchWithoutCaseAndArgumentsConvert) {
   writeBytes(ini, "[S]\r\nk=v\r\n");
   std::vector<Variant> get{Variant(Text(u"s")), Variant(Text(u"K")), Variant(T(ini))};
   EXPECT_EQ(kvn->CallByName(u"getinikey", get), Variant(Text(u"v")));
+}
+
+TEST_F(CallByName, RegistrationsAfterTheFirstUseAreEnteredAtTheNextUse) {
+  CallFn echo = [](clsKVN&, Dispatch::CallKind, std::vector<Variant>& a) { return a.at(0); };
+  CallTable& table = CallTable::instance();
+  ASSERT_NE(table.find(u"DllVersion"), nullptr);
+  struct Case {
+    const char* use;
+    std::function<bool()> sees;
+  } cases[] = {
+      {"find", [&] { return table.find(u"lateecho") == echo; }},
+      {"names",
+       [&] {
+         std::vector<Text> names = table.names();
+         return std::find(names.begin(), names.end(), Text(u"LateEcho")) != names.end();
+       }},
+      {"replace", [&] { return table.replace(u"LATEECHO", echo) == echo; }},
+  };
+  for (const Case& c : cases) {
+    CallRegistrar late{{u"LateEcho", echo}};
+    EXPECT_TRUE(c.sees()) << c.use;
+    EXPECT_EQ(table.replace(u"LateEcho", nullptr), echo) << c.use;
+    EXPECT_EQ(table.find(u"LateEcho"), nullptr) << c.use;
+  }
 }
 
 TEST_F(CallByName, ByReferenceArgumentsAreWrittenBack) {
