@@ -40,7 +40,7 @@ class WorkBuffer {
  public:
   struct Result {
     std::string_view bytes;  // the size variable's first bytes of the buffer
-    bool whole = false;      // zlib delivered a whole result
+    bool whole = false;      // the stream expanded whole
   };
 
   // The zlib stream of `bytes` in a work buffer sized for their length.
