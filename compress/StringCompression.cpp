@@ -1,6 +1,8 @@
-// Strings as zlib streams: CompressString and DecompressString over stock zlib.
+// Strings as zlib streams: CompressString over stock zlib; DecompressString expands through
+// libdeflate, with zlib taking over whatever libdeflate does not expand whole.
 #include "compress/StringCompression.h"
 
+#include <libdeflate.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -26,6 +28,24 @@ int compressDefault(Bytef* dest, uLongf* destLen, const Bytef* source, uLong sou
 
 int uncompressStream(Bytef* dest, uLongf* destLen, const Bytef* source, uLong sourceLen) {
   return ::uncompress(dest, destLen, source, sourceLen);
+}
+
+// One libdeflate decompressor per thread: making one costs an allocation and its clearing.
+libdeflate_decompressor* threadDecompressor() {
+  struct Owner {
+    libdeflate_decompressor* d = libdeflate_alloc_decompressor();
+    ~Owner() { libdeflate_free_decompressor(d); }
+  };
+  thread_local Owner owner;
+  return owner.d;
+}
+
+// Whether libdeflate expanded `stream` whole to exactly `size` bytes at `out`. On false it may
+// have written anything into those bytes.
+bool expandExactly(char* out, std::string_view stream, size_t size) {
+  libdeflate_decompressor* d = threadDecompressor();
+  return d && libdeflate_zlib_decompress(d, stream.data(), stream.size(), out, size, nullptr) ==
+                  LIBDEFLATE_SUCCESS;
 }
 
 }  // namespace
@@ -73,8 +93,17 @@ WorkBuffer::Result WorkBuffer::compress(std::string_view bytes) {
   return run(compressDefault, bytes, workBufferSize(double(bytes.size())));
 }
 
-WorkBuffer::Result WorkBuffer::expand(std::string_view stream, int32_t origSize) {
-  return run(uncompressStream, stream, workBufferSize(double(origSize)));
+// zlib writes every byte of the result it reports and clears the rest of the buffer on a
+// failure, so what libdeflate left behind when it gave up never shows.
+WorkBuffer::Result WorkBuffer::expand(std::string_view stream, int32_t origSize,
+                                      Inflater inflater) {
+  int32_t size = workBufferSize(double(origSize));
+  if (inflater == Inflater::LibdeflateFirst && origSize >= 0) {
+    char* out = reserve(size_t(size));
+    if (expandExactly(out, stream, size_t(origSize)))
+      return {std::string_view(out, size_t(origSize)), true};
+  }
+  return run(uncompressStream, stream, size);
 }
 
 std::string_view WorkBuffer::lineFrom(size_t from, size_t used) {

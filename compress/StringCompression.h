@@ -28,6 +28,11 @@ std::optional<std::string> expandWhole(std::string_view stream, int32_t origSize
 // The stream that CompressString makes of the same characters, on bytes.
 std::string compressBytes(std::string_view bytes);
 
+// How a stream is expanded. libdeflate is tried first and trusted only when it expands the
+// stream whole to exactly `origSize` bytes; anything else is expanded again by zlib, whose result
+// and failures every reader keeps. Zlib alone is there to hold the two against each other.
+enum class Inflater { LibdeflateFirst, ZlibOnly };
+
 // zlib's output buffer, kept from one call to the next so that a run over many streams
 // allocates once. Its bytes are not cleared before a call: only a failed call clears what zlib
 // left unwritten, which is what the result then shows.
@@ -35,14 +40,15 @@ class WorkBuffer {
  public:
   struct Result {
     std::string_view bytes;  // the size variable's first bytes of the buffer
-    bool whole = false;      // zlib delivered a whole result
+    bool whole = false;      // the stream expanded whole
   };
 
   // The zlib stream of `bytes` in a work buffer sized for their length.
   Result compress(std::string_view bytes);
   // What `stream` expands to in the work buffer for `origSize`. On a failed call the result is
   // the whole buffer: what was expanded, then NULs.
-  Result expand(std::string_view stream, int32_t origSize);
+  Result expand(std::string_view stream, int32_t origSize,
+                Inflater inflater = Inflater::LibdeflateFirst);
 
   // Puts CR LF behind the first `used` bytes, in the room kept behind every result, and gives
   // the bytes from `from` to that line end.
