@@ -1,6 +1,5 @@
 // archive list and archive test: an archive's members read through the extraction's own walk,
 // without writing anything and without the damaged-archive question.
-#include <cstdio>
 #include <optional>
 
 #include <zrkKVL/Failure.h>
@@ -82,12 +81,12 @@ int list(Context& c) {
 
 // Silent when every record expands whole; names each damaged one on stderr and exits 1 else.
 int test(Context& c) {
+  const std::string where = commandName(c.command) + ": " + quotePath(pathArg(c, 0, "ARCHIVE"));
   int damaged = 0;
   walkArchive(c, [&](archive::RecordWalk& walk) {
     if (stateOf(walk).whole) return;
     ++damaged;
-    std::fprintf(stderr, "zrkkvl: archive test: %s: record %d is damaged\n",
-                 quotePath(pathArg(c, 0, "ARCHIVE")).c_str(), walk.number());
+    printError(where + ": record " + std::to_string(walk.number()) + " is damaged");
   });
   return damaged ? 1 : 0;
 }

@@ -1,13 +1,14 @@
 // demo: the main job on a throwaway installation root that needs nothing else, run as the tool
 // commands an admin would type.
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "cli/Command.h"
 #include "cli/CommandLine.h"
+#include "cli/ScratchFolder.h"
 
 namespace zrk::cli {
 namespace {
@@ -28,12 +29,6 @@ int step(Context& c, const std::string& root, const char* what, std::vector<std:
   int rc = runWords(c.kvn, c.root, words);
   std::fflush(stdout);
   return rc;
-}
-
-std::string throwawayRoot() {
-  std::string tmpl = (fs::temp_directory_path() / "zrkkvl-demo-XXXXXX").string();
-  if (!::mkdtemp(tmpl.data())) throw ToolError{"demo: cannot make a temporary folder"};
-  return tmpl;
 }
 
 int runSteps(Context& c, const std::string& root) {
@@ -70,23 +65,17 @@ int runSteps(Context& c, const std::string& root) {
 }
 
 int demo(Context& c) {
-  bool scratch = c.root.empty();
-  std::string root = scratch ? throwawayRoot() : toUtf8(c.root);
+  std::optional<ScratchFolder> scratch;
+  if (c.root.empty()) {
+    scratch.emplace("demo", "demo");
+    if (c.has("keep")) scratch->keep();
+  }
+  std::string root = scratch ? scratch->path() : toUtf8(c.root);
   std::printf("zrkKVL %s: one profile saved and packed, two logs archived, in $ROOT = %s\n",
               toUtf8(c.kvn.dllVersion(u"")).c_str(), root.c_str());
-  int rc = 0;
-  try {
-    rc = runSteps(c, root);
-  } catch (...) {
-    if (scratch && !c.has("keep")) fs::remove_all(root);
-    throw;
-  }
+  int rc = runSteps(c, root);
   std::printf("\n%s\n", rc == 0 ? "Every step succeeded." : "A step failed.");
-  if (scratch && !c.has("keep")) {
-    fs::remove_all(root);
-  } else {
-    std::printf("The files are kept in %s\n", root.c_str());
-  }
+  if (!scratch || c.has("keep")) std::printf("The files are kept in %s\n", root.c_str());
   return rc;
 }
 

@@ -150,43 +150,40 @@ int keys(Context& c) {
   return names.empty() ? 1 : 0;
 }
 
+// Writes through the engine, whose result says whether the write happened: a null value
+// removes the key, a null key the section with its keys.
+void writeEntry(const Context& c, const Text& file, const Text& section, const Text* key,
+                const Text* value) {
+  if (!platform::WritePrivateProfileStringA(&section, key, value, file)) {
+    failWrite(commandName(c.command).c_str(), file);
+  }
+}
+
 int set(Context& c) {
   Text file = readableFile(c, 0), sect = valueArg(c, 1, "SECTION"), key = valueArg(c, 2, "KEY");
   Text value = valueArg(c, 3, "VALUE");
-  FileStamp before = stampOf(file);
-  c.kvn.WriteIniKey(sect, key, value, file);
-  if (writeFailedSince(before) ||
-      (stampOf(file) == before && keyValue(c, file, sect, key) != asRead(value))) {
-    failWrite("ini set", file);
-  }
+  writeEntry(c, file, sect, &key, &value);
   return 0;
-}
-
-// The engine's removal: a null value removes the key, a null key the section with its keys.
-void removeEntry(const Context& c, const Text& file, const Text& section, const Text* key) {
-  if (!platform::WritePrivateProfileStringA(&section, key, nullptr, file)) {
-    failWrite(commandName(c.command).c_str(), file);
-  }
 }
 
 int unset(Context& c) {
   Text file = readableFile(c, 0), sect = valueArg(c, 1, "SECTION"), key = valueArg(c, 2, "KEY");
   if (!keyValue(c, file, sect, key)) return 1;
-  removeEntry(c, file, sect, &key);
+  writeEntry(c, file, sect, &key, nullptr);
   return 0;
 }
 
 int removeSection(Context& c) {
   Text file = readableFile(c, 0), sect = valueArg(c, 1, "SECTION");
   if (!hasSection(file, sect)) return 1;
-  removeEntry(c, file, sect, nullptr);
+  writeEntry(c, file, sect, nullptr, nullptr);
   return 0;
 }
 
 // As remove-section, but a section that is not there is no failure.
 int clear(Context& c) {
   Text file = existingReadableFile(c, 0), sect = valueArg(c, 1, "SECTION");
-  if (hasSection(file, sect)) removeEntry(c, file, sect, nullptr);
+  if (hasSection(file, sect)) writeEntry(c, file, sect, nullptr, nullptr);
   return 0;
 }
 

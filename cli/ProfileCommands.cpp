@@ -1,6 +1,5 @@
 // profile: validating and saving a server profile whose form fields come as options.
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -8,6 +7,7 @@
 
 #include <zrkKVL/FormObject.h>
 #include "cli/Command.h"
+#include "cli/ScratchFolder.h"
 #include "platform/files/Paths.h"
 #include "profiles/ProfileKeys.h"
 
@@ -69,30 +69,19 @@ namespace fs = std::filesystem;
 // the check reads section names from the plain form only, and the packed file stays untouched.
 class UnpackedCopy {
  public:
-  UnpackedCopy(clsKVN& kvn, const Text& packedName) {
-    std::string tmpl = (fs::temp_directory_path() / "zrkkvl-profiles-XXXXXX").string();
-    if (!::mkdtemp(tmpl.data()))
-      throw ToolError{"profile validate: cannot make a temporary folder"};
-    folder_ = tmpl;
+  UnpackedCopy(clsKVN& kvn, const Text& packedName) : folder_("profile validate", "profiles") {
     std::error_code ec;
-    fs::copy_file(platform::nativePath(packedName), folder_ / "profiles.bini", ec);
-    if (ec || !kvn.DecompressBINI(fromUtf8((folder_ / "profiles.bini").string()))) {
-      removeFolder();
+    fs::copy_file(platform::nativePath(packedName), packedCopy(), ec);
+    if (ec || !kvn.DecompressBINI(fromUtf8(packedCopy()))) {
       throw ToolError{"profile validate: cannot unpack " + quotePath(packedName)};
     }
   }
-  ~UnpackedCopy() { removeFolder(); }
-  UnpackedCopy(const UnpackedCopy&) = delete;
-  UnpackedCopy& operator=(const UnpackedCopy&) = delete;
-  Text plainName() const { return fromUtf8((folder_ / "profiles.ini").string()); }
+  Text plainName() const { return fromUtf8(folder_.path() + "/profiles.ini"); }
 
  private:
-  void removeFolder() {
-    std::error_code ec;
-    fs::remove_all(folder_, ec);
-  }
+  std::string packedCopy() const { return folder_.path() + "/profiles.bini"; }
 
-  fs::path folder_;
+  ScratchFolder folder_;
 };
 
 // The packed file of the pair FILE names, when it exists: a save works on its content whichever

@@ -14,7 +14,6 @@ namespace zrk::cli {
 
 FileStamp stampOf(TextView path) {
   FileStamp stamp;
-  stamp.failedWrites = platform::writeFailuresOnThisThread().count;
   struct stat st {};
   if (::stat(platform::nativePath(path).c_str(), &st) != 0) return stamp;
   stamp.exists = true;
@@ -23,10 +22,6 @@ FileStamp stampOf(TextView path) {
   stamp.size = static_cast<unsigned long long>(st.st_size);
   stamp.modifiedNs = st.st_mtim.tv_sec * 1000000000LL + st.st_mtim.tv_nsec;
   return stamp;
-}
-
-bool writeFailedSince(const FileStamp& before) {
-  return platform::writeFailuresOnThisThread().count != before.failedWrites;
 }
 
 std::string whyNotWritable(TextView path) {

@@ -9,22 +9,13 @@
 namespace zrk::cli {
 
 // What identifies a file's content on disk: a rewritten file changes at least one of these.
-// Beside them, the count of the library's failed writes when the stamp was taken.
 struct FileStamp {
   bool exists = false;
   unsigned long long device = 0, inode = 0, size = 0;
   long long modifiedNs = 0;
-  unsigned long long failedWrites = 0;
-  bool operator==(const FileStamp& o) const {
-    return exists == o.exists && device == o.device && inode == o.inode && size == o.size &&
-           modifiedNs == o.modifiedNs;
-  }
+  bool operator==(const FileStamp&) const = default;
 };
 FileStamp stampOf(TextView path);
-
-// Whether a write of the library failed since `before` was taken, also one whose operation
-// gives no sign of it (an INI write whose last step, the sync after the rename, failed).
-bool writeFailedSince(const FileStamp& before);
 
 // Why `path` cannot be written, as a short phrase ("folder does not exist", "file is
 // read-only", ...); "not written" when nothing explains it.

@@ -67,64 +67,60 @@ py::object pythonOfValue(const T& v) {
   }
 }
 
-// How each kind of parameter is taken from Python, passed to the method and handed back.
+// The value a parameter carries: T of T, T&, std::optional<T> and T*.
 template <class P>
-struct Slot {  // by value
-  using Store = P;
-  static constexpr bool optional = false, byReference = false;
-  static Store load(py::handle h) { return valueOf<P>(h); }
-  static P&& pass(Store& s) { return std::move(s); }
-  static py::object out(Store&) { return py::none(); }
+struct CarriedValue {
+  using type = std::remove_pointer_t<std::remove_reference_t<P>>;
 };
-
 template <class T>
-struct Slot<T&> {  // by reference
-  using Store = T;
-  static constexpr bool optional = false, byReference = true;
-  static Store load(py::handle h) { return valueOf<T>(h); }
-  static T& pass(Store& s) { return s; }
-  static py::object out(Store& s) { return pythonOfValue(s); }
+struct CarriedValue<std::optional<T>> {
+  using type = T;
 };
 
+// How each kind of parameter is taken from Python and handed back; the call table's Param
+// keeps it for the call and passes it to the method. None leaves out an optional one.
+template <class P>
+struct Slot {
+  using Param = calls::Param<P>;
+  using Store = typename Param::Store;
+  using Value = typename CarriedValue<P>::type;
+  static constexpr bool byReference = std::is_lvalue_reference_v<P> || std::is_pointer_v<P>;
+  static constexpr bool optional = !std::is_same_v<Store, Value>;
+  static Store load(py::handle h) {
+    if constexpr (optional) {
+      if (h.is_none()) return std::nullopt;
+    }
+    return valueOf<Value>(h);
+  }
+  static decltype(auto) pass(Store& s) { return Param::pass(s); }
+  static py::object out(Store& s) {
+    if constexpr (!byReference) {
+      return py::none();
+    } else if constexpr (optional) {
+      return s ? pythonOfValue(*s) : py::none();
+    } else {
+      return pythonOfValue(s);
+    }
+  }
+};
+
+// A form or other object: its Variant stays alive for the call, and the call table's Param
+// takes the object from it.
 template <>
-struct Slot<Dispatch&> {  // a form or other object, whose value must stay alive for the call
+struct Slot<Dispatch&> {
+  using Param = calls::Param<Dispatch&>;
   struct Store {
     Variant value;
-    std::optional<calls::NoObject> none;
+    Param::Store object;
   };
-  static constexpr bool optional = false, byReference = false;
+  static constexpr bool byReference = false, optional = false;
   static Store load(py::handle h) {
-    Store s{variantOf(h), std::nullopt};
-    if (!s.value.isObject())
-      s.none.emplace(s.value.isEmpty() ? err::ObjectNotSet : err::TypeMismatch);
+    Store s{variantOf(h), {}};
+    s.object = Param::load(&s.value);
     return s;
   }
-  static Dispatch& pass(Store& s) { return s.none ? *s.none : s.value.object(); }
+  static Dispatch& pass(Store& s) { return Param::pass(s.object); }
   static py::object out(Store&) { return py::none(); }
-};
-
-template <class T>
-struct Slot<std::optional<T>> {  // optional by value: None leaves it out
-  using Store = std::optional<T>;
-  static constexpr bool optional = true, byReference = false;
-  static Store load(py::handle h) {
-    if (h.is_none()) return std::nullopt;
-    return valueOf<T>(h);
-  }
-  static Store&& pass(Store& s) { return std::move(s); }
-  static py::object out(Store&) { return py::none(); }
-};
-
-template <class T>
-struct Slot<T*> {  // optional by reference
-  using Store = std::optional<T>;
-  static constexpr bool optional = true, byReference = true;
-  static Store load(py::handle h) {
-    if (h.is_none()) return std::nullopt;
-    return valueOf<T>(h);
-  }
-  static T* pass(Store& s) { return s ? &*s : nullptr; }
-  static py::object out(Store& s) { return s ? pythonOfValue(*s) : py::none(); }
 };
 
 template <class P>

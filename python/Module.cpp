@@ -16,11 +16,12 @@ namespace zrk::python {
 
 namespace {
 
+// The docstrings of what the module adds of its own, from its stub, in namespace docs.
+#include "ModuleDocs.inc"
+
 // The failure class, made in Python so that it is an ordinary exception with two fields.
 constexpr const char* kFailureClass = R"(
 class Failure(Exception):
-    """A failure of an operation that does not trap its own: the runtime's number and words."""
-
     def __init__(self, number, description):
         super().__init__(number, description)
         self.number = number
@@ -83,14 +84,13 @@ void addButtonCodes(py::module_& m) {
 PYBIND11_MODULE(zrkkvl, m) {
   using namespace zrk;
   using namespace zrk::python;
-  m.doc() =
-      "zrkKVL from Python: INI settings, packed profiles, zlib strings and archives, file and "
-      "text helpers, game memory, process lists, logs and reports, through one class, clsKVN.";
+  m.doc() = docs::zrkkvl;
   m.attr("__version__") = std::to_string(kVersionMajor) + "." + std::to_string(kVersionMinor) +
                           "." + std::to_string(kVersionRevision);
 
   py::exec(kFailureClass, m.attr("__dict__"));
   m.attr("Failure").attr("__module__") = "zrkkvl";
+  m.attr("Failure").attr("__doc__") = docs::Failure;
   setFailureType(m.attr("Failure"));
   addButtonCodes(m);
 
@@ -99,20 +99,12 @@ PYBIND11_MODULE(zrkkvl, m) {
       [](py::handle text) {
         return translated([&] { return py::bytes(platform::toAnsi(textOf(text))); });
       },
-      py::arg("text"),
-      "The bytes of a byte-holding text (one character per byte, the library's code page); a "
-      "character outside the code page becomes b\"?\".");
+      py::arg("text"), docs::to_bytes);
   m.def(
       "from_bytes",
       [](py::bytes data) { return strOf(platform::fromAnsi(std::string_view(data))); },
-      py::arg("data"),
-      "The byte-holding text of the bytes: one character per byte, through the library's code "
-      "page, as file contents, zlib strings and process memory cross.");
-  m.def("set_dialog_handler", &setDialogHandler, py::arg("handler"),
-        "Answers the library's message boxes with handler(text, buttons, title), which gives the "
-        "button pressed (OK, Cancel, Yes, ...); None from it, or an exception, takes the answer "
-        "that changes nothing. set_dialog_handler(None) gives the library's own dialogs back. "
-        "Forms, help and tooltips stay with the library's own dialogs.");
+      py::arg("data"), docs::from_bytes);
+  m.def("set_dialog_handler", &setDialogHandler, py::arg("handler"), docs::set_dialog_handler);
   m.def(
       "set_root_path",
       [](py::object root) {
@@ -122,19 +114,14 @@ PYBIND11_MODULE(zrkkvl, m) {
           return py::none();
         });
       },
-      py::arg("root"),
-      "Chooses the installation root for the program (ROOT: its ErrorLog.txt and settings), "
-      "after the environment variable ZRKKVL_ROOT and before the main program's tree and the "
-      "per-user root: call it before the thread's first instance. A thread already started "
-      "keeps its RootPath (the settings and help it reads); the two logs look their path up at "
-      "each write and follow the new choice. An empty text forgets the choice.");
+      py::arg("root"), docs::set_root_path);
   m.def(
       "CloseGameHandle",
       [](int32_t handle) {
         py::gil_scoped_release unlocked;
         return CloseGameHandle(handle);
       },
-      py::arg("pHwnd"), "Releases a handle AttachToGame gave; False if it was no open handle.");
+      py::arg("pHwnd"), docs::CloseGameHandle);
   m.def(
       "_call_names",
       [] {
@@ -145,25 +132,12 @@ PYBIND11_MODULE(zrkkvl, m) {
       },
       "The names the library answers to in calls by name.");
 
-  py::class_<Instance> cls(
-      m, "clsKVN",
-      "The library: every operation is a method of the same name and argument order. An "
-      "instance is used on the thread that made it; each thread keeps its own library "
-      "state, and Unload releases it. Each method's last words say how it meets a "
-      "failure: \"Reports\" traps it, writes it to ErrorLog.txt in the root, shows the "
-      "\"DLL Error!\" dialog and gives the empty result; \"Silent\" swallows it; "
-      "\"Steps over\" goes on with the next step; \"Throws\" raises Failure with the "
-      "runtime's number and words. Byte-holding text (file contents, zlib strings, "
-      "process memory) is str of one character per byte: see to_bytes and from_bytes.");
+  py::class_<Instance> cls(m, "clsKVN", docs::clsKVN);
   cls.def(py::init([] {
     py::gil_scoped_release unlocked;
     return std::make_unique<Instance>();
   }));
-  cls.def("call", &callByName, py::arg("name"),
-          "Calls an operation or public variable by name (any case), as plug-ins that bind late "
-          "do. An operation with by-reference arguments gives (result, its by-reference "
-          "arguments as left). An unknown name raises Failure 438, a wrong argument count 449 or "
-          "450.");
+  cls.def("call", &callByName, py::arg("name"), docs::clsKVN_call);
 #include "Methods.inc"
 
   // A handler left set would outlive the interpreter in the library's backend.

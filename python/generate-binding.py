@@ -8,7 +8,12 @@ are optional or by reference, and the comment above it. From it come OUT_DIR/Met
 binding call per method and public variable, included by the module's source; the C++ types are
 taken from the member pointers there, so a wrong argument count fails the build) and
 OUT_DIR/zrkkvl.pyi (the stub editors read, with the same docstrings).
+
+The stub template is the one description of what the module adds of its own (the module, its
+functions, the failure class, the class itself and its call by name): their docstrings go to
+OUT_DIR/ModuleDocs.inc, one constant each, which the module's source gives to what it binds.
 """
+import ast
 import re
 import sys
 import textwrap
@@ -178,6 +183,37 @@ def stub_members(methods, variables):
     return "\n".join(out)
 
 
+def one_line_paragraphs(doc):
+    """A stub docstring as the module gives it: each paragraph on one line."""
+    return "\n\n".join(" ".join(p.split()) for p in doc.split("\n\n"))
+
+
+def template_docs(template):
+    """(name, docstring) of the module (named zrkkvl) and of each function and class the
+    template writes out, a class's method named CLASS_METHOD, in template order."""
+    tree = ast.parse(template.replace("@CLASS_MEMBERS@", ""))
+    docs = [("zrkkvl", ast.get_docstring(tree))]
+    for node in tree.body:
+        if isinstance(node, (ast.FunctionDef, ast.ClassDef)) and ast.get_docstring(node):
+            docs.append((node.name, ast.get_docstring(node)))
+        if isinstance(node, ast.ClassDef):
+            for member in node.body:
+                if isinstance(member, ast.FunctionDef) and ast.get_docstring(member):
+                    docs.append((f"{node.name}_{member.name}", ast.get_docstring(member)))
+    return docs
+
+
+def docs_source(docs):
+    out = [
+        "// Generated from python/zrkkvl.pyi.in by python/generate-binding.py.",
+        "namespace docs {",
+    ]
+    for name, doc in docs:
+        out.append(f"constexpr const char* {name} = {cpp_string(one_line_paragraphs(doc))};")
+    out.append("}  // namespace docs")
+    return "\n".join(out) + "\n"
+
+
 def main():
     header, template, out_dir = sys.argv[1:4]
     with open(header, encoding="utf-8") as f:
@@ -185,7 +221,10 @@ def main():
     with open(f"{out_dir}/Methods.inc", "w", encoding="utf-8") as f:
         f.write(binding_source(methods, variables))
     with open(template, encoding="utf-8") as f:
-        stub = f.read().replace("@CLASS_MEMBERS@", stub_members(methods, variables))
+        template = f.read()
+    with open(f"{out_dir}/ModuleDocs.inc", "w", encoding="utf-8") as f:
+        f.write(docs_source(template_docs(template)))
+    stub = template.replace("@CLASS_MEMBERS@", stub_members(methods, variables))
     with open(f"{out_dir}/zrkkvl.pyi", "w", encoding="utf-8") as f:
         f.write(stub)
 

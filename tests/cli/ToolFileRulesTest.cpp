@@ -24,12 +24,6 @@ void makeArchive(const TempDir& dir, const std::string& archive, const std::stri
   ::unlink((dir / "elements").c_str());
 }
 
-struct stat statOf(const std::string& path) {
-  struct stat st {};
-  EXPECT_EQ(::lstat(path.c_str(), &st), 0) << path;
-  return st;
-}
-
 // With --force a file is replaced as the library replaces files: owner, group, mode and hard
 // links stay; a read-only file and a folder are refused and named, and the walk goes on.
 TEST(ToolFileRules, ForcedExtractionKeepsWhatTheFileIs) {

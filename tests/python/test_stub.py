@@ -71,3 +71,30 @@ def test_every_operation_by_name_is_a_method_or_function():
     assert len(names) > 50
     missing = [n for n in names if not hasattr(zrkkvl.clsKVN, n) and not hasattr(zrkkvl, n)]
     assert missing == []
+
+
+def words(text):
+    return " ".join(text.split())
+
+
+def test_the_stubs_docstrings_are_the_modules():
+    """The module, its functions and classes and every method say what their stub says: the
+    same words after the signature line the module puts first."""
+    tree = stub_tree()
+    pairs = [(zrkkvl, tree)]
+    for name, node in stub_names(tree.body).items():
+        if isinstance(node, ast.ClassDef):
+            cls = getattr(zrkkvl, name)
+            pairs.append((cls, node))
+            members = stub_names(node.body).items()
+            pairs += [(getattr(cls, n), m) for n, m in members if isinstance(m, ast.FunctionDef)]
+        elif isinstance(node, ast.FunctionDef):
+            pairs.append((getattr(zrkkvl, name), node))
+    checked = 0
+    for member, node in pairs:
+        doc = ast.get_docstring(node)
+        if not doc:
+            continue
+        assert words(member.__doc__).endswith(words(doc)), getattr(member, "__name__", member)
+        checked += 1
+    assert checked > 60

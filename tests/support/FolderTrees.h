@@ -79,19 +79,6 @@ class DescriptorLimit {
   struct rlimit old_;
 };
 
-// Removes a scratch tree whatever modes a test gave its entries (not one deeper than the
-// longest path).
-inline void removeScratch(const std::string& path) {
-  std::error_code ec;
-  for (auto& e : std::filesystem::recursive_directory_iterator(path, ec)) {
-    if (!e.is_symlink(ec)) {
-      std::filesystem::permissions(e.path(), std::filesystem::perms::owner_all,
-                                   std::filesystem::perm_options::add, ec);
-    }
-  }
-  std::filesystem::remove_all(path, ec);
-}
-
 // The name of each level of a deep tree, and the file every 100th level and the bottom hold.
 inline const std::string kLevel = "level";
 inline const std::string kDeepFile = "f.txt";

@@ -58,17 +58,30 @@ TempDir::TempDir(const std::string& parent) {
 }
 
 TempDir::~TempDir() {
-  // Read-only items made by a test must not stop the clean-up.
-  std::error_code ec;
-  for (auto& e : std::filesystem::recursive_directory_iterator(path_, ec)) {
-    std::filesystem::permissions(e.path(), std::filesystem::perms::owner_all,
-                                 std::filesystem::perm_options::add, ec);
-  }
-  std::filesystem::remove_all(path_, ec);
+  removeTree(path_);
 }
 
 Text TempDir::text(const std::string& name) const {
   return fromUtf8(name.empty() ? path_ : path_ + "/" + name);
+}
+
+void removeTree(const std::string& path) {
+  // Read-only items made by a test must not stop the clean-up; what a link points to is no
+  // part of the tree.
+  std::error_code ec;
+  for (auto& e : std::filesystem::recursive_directory_iterator(path, ec)) {
+    if (!e.is_symlink(ec)) {
+      std::filesystem::permissions(e.path(), std::filesystem::perms::owner_all,
+                                   std::filesystem::perm_options::add, ec);
+    }
+  }
+  std::filesystem::remove_all(path, ec);
+}
+
+struct stat statOf(const std::string& path) {
+  struct stat st {};
+  EXPECT_EQ(::lstat(path.c_str(), &st), 0) << path;
+  return st;
 }
 
 std::string readBytes(const std::string& path) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <functional>
 #include <memory>
@@ -39,9 +40,15 @@ struct MemoryFolder : TempDir {
   MemoryFolder() : TempDir("/dev/shm") {}
 };
 
+// Removes a tree whatever modes a test gave its entries (links left as they point; not a tree
+// deeper than the longest path).
+void removeTree(const std::string& path);
+
 std::string readBytes(const std::string& path);
 void writeBytes(const std::string& path, const std::string& bytes);
 bool exists(const std::string& path);
+// The entry itself, not what a link points to; a failed check when there is none.
+struct stat statOf(const std::string& path);
 // The names a folder holds, without "." and "..".
 std::set<std::string> entriesOf(const std::string& dir);
 void makeDir(const std::string& path);

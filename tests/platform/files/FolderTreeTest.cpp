@@ -38,19 +38,15 @@ class OtherFileSystem {
   OtherFileSystem() {
     struct stat shm, tmp;
     TempDir probe;
-    if (::stat("/dev/shm", &shm) != 0 || ::stat(probe.path().c_str(), &tmp) != 0 ||
-        shm.st_dev == tmp.st_dev) {
-      return;
+    if (::stat(memory_.path().c_str(), &shm) == 0 && ::stat(probe.path().c_str(), &tmp) == 0 &&
+        shm.st_dev != tmp.st_dev) {
+      path_ = memory_.path();
     }
-    std::string tmpl = "/dev/shm/zrkkvl-test-XXXXXX";
-    if (::mkdtemp(tmpl.data())) path_ = tmpl;
-  }
-  ~OtherFileSystem() {
-    if (!path_.empty()) test::removeScratch(path_);
   }
   const std::string& path() const { return path_; }
 
  private:
+  test::MemoryFolder memory_;
   std::string path_;
 };
 
@@ -281,7 +277,7 @@ TEST(FolderTree, CopiesAndMovesKeepModesOwnersAndLinks) {
     if (!sourceGone) {
       EXPECT_EQ(listTree(src), before) << c.what << ": the source as it was";
     }
-    if (c.otherFileSystem) test::removeScratch(dst);
+    if (c.otherFileSystem) test::removeTree(dst);
   }
 }
 
