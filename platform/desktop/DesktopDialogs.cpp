@@ -2,17 +2,12 @@
 // form window of X11TextWindow, help through the browser or xdg-open.
 #include "platform/desktop/DesktopDialogs.h"
 
-#include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cctype>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
@@ -20,7 +15,6 @@
 #include "platform/desktop/ChildPrograms.h"
 #include "platform/desktop/X11TextWindow.h"
 #include "platform/files/Paths.h"
-#include "platform/system/Clock.h"
 
 namespace zrk::platform {
 namespace {
