@@ -132,11 +132,6 @@ int32_t numberFromBytes(std::string_view s) {
   return files::numberFromText(platform::fromAnsi(s));
 }
 
-bool isSafeMemberName(TextView name) {
-  return !name.empty() && name != u"." && name != u".." &&
-         name.find_first_of(TextView(u"/\\\0", 3)) == TextView::npos;
-}
-
 Text damagedRecordName(TextView base, int32_t count, bool first) {
   return Text(base) + (first ? u"_File" : u"File") + decimal(count) + u".txt";
 }

@@ -39,10 +39,6 @@ std::string_view right(std::string_view s, int64_t count);
 // characters: up to nine plain digits are read directly, anything else goes the text's way.
 int32_t numberFromBytes(std::string_view s);
 
-// Whether a stored name stays inside the output folder: not empty, not "." or "..", and
-// without "/" or "\".
-bool isSafeMemberName(TextView name);
-
 // The file name for the n-th damaged record: base + "_File" + n + ".txt" for the first that the
 // user agreed to, base + "File" + n + ".txt" for the later ones.
 Text damagedRecordName(TextView base, int32_t count, bool first);

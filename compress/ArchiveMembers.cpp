@@ -47,7 +47,7 @@ void MemberOutput::write(const Text& name, std::string_view line) {
 }
 
 void MemberOutput::writeNamed(const Text& name, std::string_view line) {
-  if (isSafeMemberName(name)) {
+  if (platform::isEntryName(name)) {
     write(name, line);
   } else {
     files::reportWriteFailure(folder_ + u"/" + name, Failure(err::PathFileAccessError).info());

@@ -73,8 +73,10 @@ Text clsKVN::validateProfile(Dispatch& F, Text iFile) {
     frame.line(7);
     // The whole list, not the section list's fixed buffer: a name behind its end would pass
     // and the save would overwrite that profile.
+    const Text newName = text(F, u"txtName");
     for (const Text& name : platform::allSectionNames(iFile, 4096).names) {
-      if (text(F, u"txtName") == name && text(F, u"txtOld") != text(F, u"txtName")) {
+      // The old name is read only for a name taken already: a form may lack that control.
+      if (name == newName && text(F, u"txtOld") != newName) {
         result = u"You already have a profile with this name!";
         return;
       }

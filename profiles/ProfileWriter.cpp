@@ -5,6 +5,7 @@
 #include "core/MethodFrame.h"
 #include "platform/files/FileSystemObject.h"
 #include "platform/files/FolderLock.h"
+#include "platform/files/Paths.h"
 #include "platform/ini/ProfileOps.h"
 #include "profiles/ProfileKeys.h"
 
@@ -21,13 +22,11 @@ Text profileFolder(const Text& zrkPath, const Text& name) {
 
 // A profile name is one section of the profiles file and one folder below "profiles". A name
 // the section cannot hold (empty, blanks only, a line end, a "]") or that would reach elsewhere
-// (a separator, "." or "..", a NUL, which the system would cut the name at) is refused before
-// anything changes.
+// (see isEntryName) is refused before anything changes.
 void checkProfileName(const Text& name, bool mayBeEmpty) {
-  bool bad = name.empty()
-                 ? !mayBeEmpty
-                 : name.find_first_not_of(u" \t") == Text::npos || name == u"." || name == u".." ||
-                       name.find_first_of(TextView(u"/\\\0\r\n]", 6)) != Text::npos;
+  bool bad = name.empty() ? !mayBeEmpty
+                          : name.find_first_not_of(u" \t") == Text::npos ||
+                                !platform::isEntryName(name, u"\r\n]");
   if (bad) {
     throw Failure(err::BadFileNameOrNumber,
                   defaultDescription(err::BadFileNameOrNumber) + u" [" + name + u"]");

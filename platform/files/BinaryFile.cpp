@@ -53,13 +53,10 @@ void BinaryFile::readAt(int64_t position, std::string& into) {
 }
 
 void BinaryFile::writeAt(int64_t position, std::string_view bytes) {
-  size_t done = 0;
-  while (done < bytes.size()) {
-    ssize_t n = sys::pwrite(handle_.fd(), bytes.data() + done, bytes.size() - done,
-                            off_t(position - 1) + off_t(done), path_.c_str());
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) throw failureFromErrno(errno == EBADF ? EACCES : errno);
-    done += size_t(n);
+  if (position < 1) throw failureFromErrno(EINVAL);  // as a write before the file's start
+  // A file opened for reading only refuses the write as a read-only file does.
+  if (int e = sys::writeAll(handle_.fd(), bytes, off_t(position - 1), path_.c_str())) {
+    throw failureFromErrno(e == EBADF ? EACCES : e);
   }
 }
 

@@ -241,11 +241,8 @@ void OutputFile::writeOut(std::string_view bytes) {
       replacement_->write(bytes);
       return;
     }
-    for (size_t off = 0; off < bytes.size();) {
-      ssize_t w = sys::write(handle_.fd(), bytes.data() + off, bytes.size() - off, path_.c_str());
-      if (w < 0 && errno == EINTR) continue;
-      if (w < 0) throw failureFromErrno(errno);
-      off += size_t(w);
+    if (int e = sys::writeAll(handle_.fd(), bytes, sys::kAtPosition, path_.c_str())) {
+      throw failureFromErrno(e);
     }
   } catch (const Failure&) {
     broken_ = true;

@@ -116,4 +116,10 @@ Text fileNameOf(TextView path) {
   return Text(k == TextView::npos ? path : path.substr(k + 1));
 }
 
+bool isEntryName(TextView name, TextView alsoRefused) {
+  return !name.empty() && name != u"." && name != u".." &&
+         name.find_first_of(TextView(u"/\\\0", 3)) == TextView::npos &&
+         name.find_first_of(alsoRefused) == TextView::npos;
+}
+
 }  // namespace zrk::platform

@@ -47,4 +47,11 @@ Text parentOf(TextView path);
 // Last component of a path.
 Text fileNameOf(TextView path);
 
+// Whether `name` can be one entry of a folder and reach nothing outside it: not empty, not "."
+// or "..", without a separator ("/" or "\") or a NUL (at which the system would cut it short).
+// Names from different sources share this one check; `alsoRefused` holds the characters that
+// one source cannot hold in its names besides (a profile name is also an INI section head, which
+// a line end or a "]" would break), while an archive member's name needs no more.
+bool isEntryName(TextView name, TextView alsoRefused = {});
+
 }  // namespace zrk::platform

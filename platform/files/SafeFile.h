@@ -113,7 +113,6 @@ class FileReplacement {
   void open();
   void openTemporary();
   int openNamedTemporary();
-  void writeAll(int fd, std::string_view bytes, off_t at);
   // Puts the content in place: commit() and commitSynced() differ only in the rename's syncs.
   void finish(bool synced);
   void commitInPlace();

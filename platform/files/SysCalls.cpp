@@ -94,6 +94,19 @@ ssize_t pwrite(int fd, const void* buf, size_t n, off_t offset, const char* path
   return ::pwrite(fd, buf, n, offset);
 }
 
+int writeAll(int fd, std::string_view bytes, off_t at, const char* path) {
+  for (size_t done = 0; done < bytes.size();) {
+    const char* from = bytes.data() + done;
+    size_t n = bytes.size() - done;
+    ssize_t w =
+        at == kAtPosition ? write(fd, from, n, path) : pwrite(fd, from, n, at + off_t(done), path);
+    if (w < 0 && errno == EINTR) continue;
+    if (w <= 0) return w < 0 ? errno : EIO;
+    done += size_t(w);
+  }
+  return 0;
+}
+
 int mkdir(const char* path, mode_t mode) {
   if (int e = faults::check(faults::Call::MakeFolder, path)) return failWith(e);
   return ::mkdir(path, mode);

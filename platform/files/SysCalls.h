@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <string_view>
 
 namespace zrk::platform {
 
@@ -18,6 +19,12 @@ int rmdir(const char* path);
 // The *at forms name the file for the seam by `path`.
 int openat(int dirFd, const char* name, int flags, mode_t mode, const char* path);
 int renameat(int dirFd, const char* from, const char* to, const char* path);
+
+// Writes all of `bytes` at offset `at`, or at the descriptor's position for kAtPosition, again
+// after a short write or a signal. Gives 0, or the error of the write that failed (EIO for one
+// that wrote nothing). A null `path` keeps the writes out of the seam's reach.
+inline constexpr off_t kAtPosition = -1;
+int writeAll(int fd, std::string_view bytes, off_t at, const char* path);
 }  // namespace sys
 
 // Faults for the calls above. Each rule fails the calls of its kind whose path holds `pathPart`

@@ -1,5 +1,5 @@
-// The INI engine: a line-oriented reader and an in-place editor that keeps every byte it need
-// not change.
+// The INI engine's reader: the rules by which a file's lines are read, section and key lookups
+// (through tables once a file is read again), and the reads of the profile operations.
 #include "platform/ini/ProfileOps.h"
 
 #include <sys/stat.h>
@@ -18,13 +18,13 @@
 #include "platform/files/FolderLock.h"
 #include "platform/files/Paths.h"
 #include "platform/files/SafeFile.h"
+#include "platform/ini/IniLines.h"
 #include "platform/ini/ProfileCache.h"
 #include "platform/text/CodePage.h"
 
 namespace zrk::platform {
+namespace ini {
 namespace {
-
-using Bytes = std::string_view;
 
 bool isBlank(char c) {
   return c == ' ' || c == '\t';
@@ -52,63 +52,6 @@ constexpr std::array<unsigned char, 256> kFolded = [] {
 
 unsigned char fold(char c) {
   return kFolded[static_cast<unsigned char>(c)];
-}
-
-bool sameName(Bytes a, Bytes b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(),
-                                            [](char x, char y) { return fold(x) == fold(y); });
-}
-
-struct Line {
-  enum class Kind { Blank, Comment, Section, Key, Other };
-  Kind kind;
-  size_t begin, end, next;  // content [begin, end), next line at `next`
-  Bytes name;               // section or key name, trimmed
-  Bytes value;              // key value, trimmed
-  Bytes text;               // the whole content, trimmed
-};
-
-Line classify(Bytes all, size_t begin, size_t end, size_t next) {
-  Line l{Line::Kind::Other, begin, end, next, {}, {}, trim(all.substr(begin, end - begin))};
-  Bytes t = l.text;
-  if (t.empty()) {
-    l.kind = Line::Kind::Blank;
-  } else if (t.front() == ';') {
-    l.kind = Line::Kind::Comment;
-  } else if (t.front() == '[') {
-    size_t close = t.find(']');
-    if (close != Bytes::npos) l.kind = Line::Kind::Section, l.name = trim(t.substr(1, close - 1));
-  } else if (size_t eq = t.find('='); eq != Bytes::npos) {
-    l.kind = Line::Kind::Key;
-    l.name = trim(t.substr(0, eq));
-    l.value = trim(t.substr(eq + 1));
-  }
-  return l;
-}
-
-// A UTF-8 byte-order mark at the start of a file (as some editors save one) is no part of its
-// first line: the lines begin behind it, and edits leave it where it stands.
-constexpr Bytes kByteOrderMark = "\xEF\xBB\xBF";
-
-size_t firstLineStart(Bytes all) {
-  return all.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0;
-}
-
-// Calls fn(line) for each line from `pos` until it gives false. CR LF, a lone CR and a lone LF
-// all end a line.
-template <class Fn>
-void forEachLine(Bytes all, Fn&& fn, size_t pos = 0) {
-  const char* data = all.data();
-  size_t size = all.size();
-  while (pos < size) {
-    size_t end = pos;
-    while (end < size && data[end] != '\r' && data[end] != '\n')
-      ++end;
-    size_t next = end;
-    if (end < size) next += (data[end] == '\r' && end + 1 < size && data[end + 1] == '\n') ? 2 : 1;
-    if (!fn(classify(all, pos, end, next))) return;
-    pos = next;
-  }
 }
 
 // The line starting at `begin`.
@@ -258,11 +201,43 @@ bool forEachLineOfSection(CachedProfile& p, Bytes name, Fn&& fn) {
   return true;
 }
 
-// The first section named `name`: its head line, and where the next section's head starts.
-struct SectionSpan {
-  Line head;
-  size_t end;
-};
+}  // namespace
+
+bool sameName(Bytes a, Bytes b) {
+  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(),
+                                            [](char x, char y) { return fold(x) == fold(y); });
+}
+
+Line classify(Bytes all, size_t begin, size_t end, size_t next) {
+  Line l{Line::Kind::Other, begin, end, next, {}, {}, trim(all.substr(begin, end - begin))};
+  Bytes t = l.text;
+  if (t.empty()) {
+    l.kind = Line::Kind::Blank;
+  } else if (t.front() == ';') {
+    l.kind = Line::Kind::Comment;
+  } else if (t.front() == '[') {
+    size_t close = t.find(']');
+    if (close != Bytes::npos) l.kind = Line::Kind::Section, l.name = trim(t.substr(1, close - 1));
+  } else if (size_t eq = t.find('='); eq != Bytes::npos) {
+    l.kind = Line::Kind::Key;
+    l.name = trim(t.substr(0, eq));
+    l.value = trim(t.substr(eq + 1));
+  }
+  return l;
+}
+
+size_t firstLineStart(Bytes all) {
+  return all.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0;
+}
+
+std::string nameBytes(TextView name) {
+  std::string bytes = toAnsi(name);
+  Bytes kept = trim(bytes);
+  size_t from = size_t(kept.data() - bytes.data());
+  bytes.erase(from + kept.size());
+  bytes.erase(0, from);
+  return bytes;
+}
 
 std::optional<SectionSpan> findSection(Bytes all, Bytes name) {
   std::optional<SectionSpan> span;
@@ -276,6 +251,12 @@ std::optional<SectionSpan> findSection(Bytes all, Bytes name) {
   });
   return span;
 }
+
+}  // namespace ini
+
+namespace {
+
+using namespace ini;
 
 Bytes unquote(Bytes v) {
   if (v.size() >= 2 && (v.front() == '"' || v.front() == '\'') && v.back() == v.front()) {
@@ -327,93 +308,6 @@ std::string lineText(const Line& l) {
   return std::string(l.name) + "=" + std::string(l.value);
 }
 
-// The file with the replacement of bytes [from, to) by `with`.
-std::string spliced(Bytes all, size_t from, size_t to, Bytes with) {
-  std::string out;
-  out.reserve(all.size() + with.size());
-  out.append(all.substr(0, from)).append(with).append(all.substr(to));
-  return out;
-}
-
-// The line end of new lines: a file whose first line ends in a lone LF gets LF, every other
-// file CR LF.
-Bytes lineEndOf(Bytes all) {
-  size_t k = all.find_first_of("\r\n");
-  return k != Bytes::npos && all[k] == '\n' ? Bytes("\n") : Bytes("\r\n");
-}
-
-bool endsInLineEnd(Bytes all) {
-  return !all.empty() && (all.back() == '\r' || all.back() == '\n');
-}
-
-std::optional<std::string> edited(Bytes all, Bytes section, const std::string* key,
-                                  const std::string* value) {
-  auto sec = findSection(all, section);
-  const std::string eol(lineEndOf(all));
-  if (!key) {  // delete the section with its keys
-    if (!sec) return std::nullopt;
-    return spliced(all, sec->head.begin, sec->end, {});
-  }
-  if (!sec) {
-    if (!value) return std::nullopt;
-    std::string tail;
-    if (all.size() > firstLineStart(all) && !endsInLineEnd(all)) tail += eol;
-    tail.append("[").append(section).append("]").append(eol);
-    tail.append(*key).append("=").append(*value).append(eol);
-    return std::string(all) + tail;
-  }
-  std::optional<Line> at;
-  Line lastKey = sec->head;  // a new key goes behind the section's last key line
-  forEachLine(
-      all,
-      [&](const Line& l) {
-        if (l.kind == Line::Kind::Section) return false;
-        if (l.kind != Line::Kind::Key) return true;
-        if (sameName(l.name, *key)) at = l;
-        lastKey = l;
-        return !at;
-      },
-      sec->head.next);
-  if (!value) {
-    if (!at) return std::nullopt;
-    return spliced(all, at->begin, at->next, {});
-  }
-  if (at) return spliced(all, at->begin, at->end, std::string(at->name) + "=" + *value);
-  std::string insert = (lastKey.next == lastKey.end ? eol : "") + *key + "=" + *value + eol;
-  return spliced(all, lastKey.next, lastKey.next, insert);
-}
-
-// Whether a write can be read back and adds no line of its own: no line end anywhere, no "]"
-// in a section name, a key that the reader takes for a key (no "=", not empty, not a comment
-// or a section head).
-bool writableNames(Bytes section, const std::string* key, const std::string* value) {
-  auto holdsLineEnd = [](Bytes s) { return s.find_first_of("\r\n") != Bytes::npos; };
-  if (holdsLineEnd(section) || section.find(']') != Bytes::npos) return false;
-  if (value && holdsLineEnd(*value)) return false;
-  if (!key) return true;
-  Bytes k = trim(*key);
-  return !holdsLineEnd(k) && k.find('=') == Bytes::npos && !k.empty() && k.front() != ';' &&
-         k.front() != '[';
-}
-
-// One change in the file's code page, names without the blanks round them, as the reader finds
-// them; nothing when it could not be read back or would add a line of its own.
-struct EditBytes {
-  std::string section;
-  std::optional<std::string> key, value;
-};
-
-std::optional<EditBytes> editBytes(const ProfileEdit& e) {
-  if (!e.section) return std::nullopt;
-  std::string s = toAnsi(*e.section), k = e.key ? toAnsi(*e.key) : std::string();
-  std::optional<std::string> v;
-  if (e.value) v = toAnsi(*e.value);
-  if (!writableNames(s, e.key ? &k : nullptr, v ? &*v : nullptr)) return std::nullopt;
-  EditBytes out{std::string(trim(s)), std::nullopt, std::move(v)};
-  if (e.key) out.key = std::string(trim(k));
-  return out;
-}
-
 // The value of `key` in `section` of `file`, or `def` without its trailing blanks; cut to
 // size - 1 bytes. It views `def` or the file's content, which `p` holds for the caller.
 Bytes valueOrDefault(const Text& section, const Text& key, Bytes def, int32_t size,
@@ -421,8 +315,7 @@ Bytes valueOrDefault(const Text& section, const Text& key, Bytes def, int32_t si
   Bytes value = def;
   while (!value.empty() && isBlank(value.back()))
     value.remove_suffix(1);
-  std::string sectionBytes = toAnsi(section), keyBytes = toAnsi(key);
-  Bytes s = trim(sectionBytes), k = trim(keyBytes);
+  std::string s = nameBytes(section), k = nameBytes(key);
   if (!s.empty() && !k.empty()) {
     if ((p = loadProfile(file))) {
       if (auto found = keyValue(*p, s, k)) value = unquote(*found);
@@ -460,8 +353,7 @@ int32_t GetPrivateProfileStringA(const Text* section, const Text* key, TextView 
     forEachSectionHead(p->bytes(), [&](const Line& l) { return list.add(l.name); });
     return list.put(buffer);
   }
-  std::string sectionBytes = toAnsi(*section);
-  forEachLineOfSection(*p, trim(sectionBytes), [&](const Line& l) {
+  forEachLineOfSection(*p, nameBytes(*section), [&](const Line& l) {
     return l.kind != Line::Kind::Key || list.add(l.name);
   });
   return list.put(buffer);
@@ -489,52 +381,11 @@ int32_t GetPrivateProfileSectionA(TextView section, Text& buffer, int32_t size, 
   LoadedProfile p = loadProfile(ResolvedPath::of(file));
   if (!p) return 0;
   NulList list(size);
-  std::string sectionBytes = toAnsi(section);
-  bool found = forEachLineOfSection(*p, trim(sectionBytes), [&](const Line& l) {
+  bool found = forEachLineOfSection(*p, nameBytes(section), [&](const Line& l) {
     bool entry = l.kind == Line::Kind::Key || l.kind == Line::Kind::Other;
     return !entry || list.add(lineText(l));
   });
   return found ? list.put(buffer) : 0;
-}
-
-bool WritePrivateProfileStringA(const Text* section, const Text* key, const Text* value,
-                                TextView file) {
-  const ProfileEdit edit{section, key, value};
-  return writeProfileEdits({&edit, 1}, file);
-}
-
-bool writeProfileEdits(std::span<const ProfileEdit> edits, TextView file) {
-  if (file.empty()) return false;
-  std::vector<EditBytes> changes;
-  changes.reserve(edits.size());
-  for (const ProfileEdit& e : edits) {
-    std::optional<EditBytes> change = editBytes(e);
-    if (!change) return false;
-    changes.push_back(std::move(*change));
-  }
-  std::string path = followFinalLink(nativePath(file));
-  // Another writer's read-modify-replace of this file waits for ours to end; a profile save
-  // or a pack that holds the lock already takes it again.
-  FolderLock lock(folderOfPath(path));
-  std::string all;
-  struct stat st;
-  if (::stat(path.c_str(), &st) == 0) {
-    try {
-      all = readNativeBytes(path);
-    } catch (const Failure&) {
-      return false;
-    }
-  }
-  bool changed = false;
-  for (const EditBytes& c : changes) {
-    if (auto result =
-            edited(all, c.section, c.key ? &*c.key : nullptr, c.value ? &*c.value : nullptr)) {
-      all = std::move(*result);
-      changed = true;
-    }
-  }
-  if (!changed) return true;  // nothing to change
-  return replaceFileAtomically(path, all);
 }
 
 }  // namespace zrk::platform
