@@ -34,7 +34,7 @@ MemberOutput::MemberOutput(const Text& archiveName, const std::optional<Text>& d
 
 void MemberOutput::write(const Text& name, std::string_view line) {
   try {
-    bool repeated = !written_.insert(lowerCase(name)).second;
+    bool repeated = out_.wrote(name);
     if (repeated && rules_.notice) rules_.notice(name, MemberRules::Event::Repeated);
     if (!repeated && rules_.keepExisting && out_.holds(name)) {
       if (rules_.notice) rules_.notice(name, MemberRules::Event::Kept);

@@ -6,7 +6,6 @@
 
 #include <optional>
 #include <string_view>
-#include <unordered_set>
 
 #include <zrkKVL/Text.h>
 #include "compress/ArchiveExtraction.h"
@@ -40,7 +39,6 @@ class MemberOutput {
   Text folder_;
   const MemberRules& rules_;
   platform::ExtractionFolder out_;
-  std::unordered_set<Text> written_;  // lower-case names of the members written
   int32_t damaged_ = 0;
   bool agreed_ = false;
 };

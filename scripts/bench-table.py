@@ -19,7 +19,8 @@ import sys
 UNITS = {"ns": 1e-9, "us": 1e-6, "ms": 1e-3, "s": 1.0}
 FLAT = 0.8
 
-# (name, kind, bound): "ratio" at most bound; "rate" bytes/s at least bound at every size, flat;
+# (name, kind, bound): "ratio" at most bound; "ratios" at most bound at every shape ("name/SHAPE");
+# "rate" bytes/s at least bound at every size, flat;
 # "items" a ratio at most bound at every size, with the time per item flat; "peak" peak memory
 # over result at most bound; "info" shown, not graded.
 GOALS = [
@@ -44,6 +45,8 @@ GOALS = [
     ("ReadStr", "ratio", 1.2),
     ("ReadLong64", "ratio", 1.2),
     ("ConcatStr", "items", 2.0),
+    ("ArchiveExtractTool", "ratios", 1.0),
+    ("ArchiveMakeTool", "ratios", 1.0),
     ("HexRead", "peak", 1.1),
     ("BinRead", "peak", 1.1),
     ("ExtractSmallMembers", "info", None),
@@ -163,6 +166,15 @@ def ratio_row(t, runs, name, bound):
           rate_text(statistics.median(rt)) if rt else "",
           duration(statistics.median(map(seconds, floors))), ratio_text(med),
           spread(rs, ratio_text), f"<= {bound}x", t.grade(med <= bound, rs, bound, False))
+
+
+def ratio_rows(t, runs, base, bound):
+    """A ratio row for each shape the operation or its floor ran or failed at, in the order of
+    the names."""
+    names = sorted({n for k, n in list(runs) + list(t.failed)
+                    if k in ("Op", "Floor") and n.startswith(base + "/")})
+    for name in names:
+        ratio_row(t, runs, name, bound)
 
 
 def flat_row(t, base, medians, unit):
@@ -308,6 +320,8 @@ def main(path):
     for name, kind, bound in GOALS:
         if kind == "ratio":
             ratio_row(t, runs, name, bound)
+        elif kind == "ratios":
+            ratio_rows(t, runs, name, bound)
         elif kind == "rate":
             rate_rows(t, runs, name, bound)
         elif kind == "items":

@@ -3,6 +3,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -26,28 +27,41 @@ ExtractionFolder::~ExtractionFolder() {
 void ExtractionFolder::open() {
   native_ = nativePath(folder_);
   handle_.emplace(native_);
+  batchFiles_ = batchFiles();
   int fd = ::openat(handle_->fd(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (DIR* d = fd >= 0 ? ::fdopendir(fd) : nullptr) {
     while (dirent* e = ::readdir(d))
-      index_.emplace(lowerCase(textOfNativeName(e->d_name)), e->d_name);
+      index_.try_emplace(lowerCase(textOfNativeName(e->d_name)), Entry{e->d_name});
     ::closedir(d);
   } else if (fd >= 0) {
     ::close(fd);
   }
 }
 
-std::string ExtractionFolder::entryFor(TextView name) {
+// The files a batch may hold: most of the process's descriptors are left to the host.
+size_t ExtractionFolder::batchFiles() const {
+  struct rlimit limit;
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY)
+    return kBatchFiles;
+  return std::clamp<size_t>(size_t(limit.rlim_cur) / kDescriptorShare, 1, kBatchFiles);
+}
+
+// Only a name that another case of it stands beside in the index is looked up on disk.
+std::string ExtractionFolder::entryFor(TextView name, const Text& lower) {
   std::string written = nativeName(name);
-  struct stat st;
-  if (::fstatat(handle_->fd(), written.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) return written;
-  auto it = index_.find(lowerCase(name));
-  return it == index_.end() ? written : it->second;
+  auto it = index_.find(lower);
+  if (it == index_.end() || it->second.name == written) return written;
+  return statAt(handle_->fd(), written) ? written : it->second.name;
 }
 
 bool ExtractionFolder::holds(TextView name) {
   if (!handle_) open();
-  struct stat st;
-  return ::fstatat(handle_->fd(), entryFor(name).c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
+  return statAt(handle_->fd(), entryFor(name, lowerCase(name))).has_value();
+}
+
+bool ExtractionFolder::wrote(TextView name) const {
+  auto it = index_.find(lowerCase(name));
+  return it != index_.end() && it->second.written;
 }
 
 // A file of the same name that still waits is replaced by the later one: it is dropped unseen.
@@ -59,21 +73,19 @@ void ExtractionFolder::dropWaiting(const std::string& entry) {
 
 void ExtractionFolder::writeFile(TextView name, std::string_view bytes) {
   if (!handle_) open();
-  std::string entry = entryFor(name);
+  Text lower = lowerCase(name);
+  std::string entry = entryFor(name, lower);
   dropWaiting(entry);
   auto file = std::make_unique<FileReplacement>(handle_->fd(), entry, native_ + "/" + entry);
   file->write(bytes);
-  index_.emplace(lowerCase(name), entry);
+  index_.insert_or_assign(std::move(lower), Entry{entry, true});
   if (file->inPlace()) {
     file->commit();  // a file rewritten in place takes its own sync
     return;
   }
   waiting_.push_back({Text(name), entry, std::move(file)});
   waitingBytes_ += bytes.size();
-  if (waiting_.size() >= kBatchFiles || waitingBytes_ >= kBatchBytes) {
-    auto failed = flush();
-    failed_.insert(failed_.end(), failed.begin(), failed.end());
-  }
+  if (waiting_.size() >= batchFiles_ || waitingBytes_ >= kBatchBytes) putWaiting();
 }
 
 // Makes the waiting files durable: each by itself when they are few, else the whole file
@@ -93,31 +105,39 @@ int ExtractionFolder::syncWaiting(const std::vector<Waiting>& batch) const {
 }
 
 std::vector<std::pair<Text, Failure>> ExtractionFolder::flush() {
-  std::vector<std::pair<Text, Failure>> failed = std::move(failed_);
-  failed_.clear();
-  if (waiting_.empty()) return failed;
+  putWaiting();
+  if (unsynced_) {
+    unsynced_ = false;
+    try {
+      handle_->sync();
+    } catch (const Failure& f) {
+      failed_.emplace_back(Text(), f);
+    }
+  }
+  return std::exchange(failed_, {});
+}
+
+// The contents are durable before any of them takes a name, so a crash leaves each file old or
+// new, whole; the names last from the folder's sync on.
+void ExtractionFolder::putWaiting() {
+  if (waiting_.empty()) return;
   std::vector<Waiting> batch = std::move(waiting_);
   waiting_.clear();
   waitingBytes_ = 0;
   if (int e = syncWaiting(batch)) {
     // Without the sync no file is put in place: each keeps its old content.
     for (const Waiting& w : batch)
-      failed.emplace_back(w.name, failureFromErrno(e));
-    return failed;
+      failed_.emplace_back(w.name, failureFromErrno(e));
+    return;
   }
   for (const Waiting& w : batch) {
     try {
       w.file->commitSynced();
     } catch (const Failure& f) {
-      failed.emplace_back(w.name, f);
+      failed_.emplace_back(w.name, f);
     }
   }
-  try {
-    handle_->sync();
-  } catch (const Failure& f) {
-    failed.emplace_back(Text(), f);
-  }
-  return failed;
+  unsynced_ = true;
 }
 
 }  // namespace zrk::platform

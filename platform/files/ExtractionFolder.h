@@ -3,7 +3,9 @@
 // whole by the writers' rules, relative to the open folder, with no link followed. Files go into
 // place as the extraction goes, a few at a time: the new contents wait as unnamed files (nothing
 // of them is left on disk by a kill), are made durable together with one sync, and are then each
-// renamed into place, so that each one is its old content or its new one, whole.
+// linked under a new name or renamed over an old file, so that each one is its old content or its
+// new one, whole. The folder itself is synced by flush(): a crash before it may lose names put in
+// place since, never a content.
 #pragma once
 
 #include <cstddef>
@@ -31,7 +33,7 @@ class ExtractionFolder {
   ExtractionFolder& operator=(const ExtractionFolder&) = delete;
 
   // Writes `bytes` as the whole new content of the file `name` (a single component); it is in
-  // place at the latest when kBatchFiles more have come, or at flush(). A file whose name
+  // place at the latest when the batch it waits in is full, or at flush(). A file whose name
   // differs only in case is replaced under its own name; a symbolic link standing there is
   // replaced by a regular file. Failures as for any whole-file write.
   void writeFile(TextView name, std::string_view bytes);
@@ -40,20 +42,30 @@ class ExtractionFolder {
   // a folder or a link.
   bool holds(TextView name);
 
-  // Puts every written file in place; gives the names that could not be, with their failures.
+  // Whether writeFile() has taken a file of this name (without regard to case).
+  bool wrote(TextView name) const;
+
+  // Puts every written file in place and syncs the folder; gives the names that could not be
+  // put in place, with their failures.
   std::vector<std::pair<Text, Failure>> flush();
 
-  static constexpr size_t kBatchFiles = 64;                // files waiting at most
+  // A batch holds at most kBatchFiles files and no more than a kDescriptorShare-th of the
+  // open-file limit (each waiting file holds a descriptor), or kBatchBytes.
+  static constexpr size_t kBatchFiles = 256;
+  static constexpr size_t kDescriptorShare = 4;
   static constexpr size_t kBatchBytes = size_t(16) << 20;  // bytes waiting at most
 
  private:
-  // The name on disk for `name`: as written when it exists or nothing matches, else the
-  // entry that differs only in case.
-  std::string entryFor(TextView name);
+  // The name on disk for `name` (whose lower case is `lower`): as written when it exists or
+  // nothing matches, else the entry that differs only in case.
+  std::string entryFor(TextView name, const Text& lower);
   void open();
+  size_t batchFiles() const;
   void dropWaiting(const std::string& entry);
+  // Puts the waiting files in place, leaving the folder's sync to flush().
+  void putWaiting();
 
-  static constexpr size_t kSyncOneByOne = 16;  // up to this many files are synced one by one
+  static constexpr size_t kSyncOneByOne = 4;  // up to this many files are synced one by one
 
   struct Waiting {
     Text name;          // as the caller gave it
@@ -65,10 +77,16 @@ class ExtractionFolder {
   Text folder_;
   std::string native_;
   std::optional<FolderHandle> handle_;
-  std::unordered_map<Text, std::string> index_;  // lower-case name to entry
+  struct Entry {
+    std::string name;      // on disk
+    bool written = false;  // by writeFile()
+  };
+  std::unordered_map<Text, Entry> index_;  // by lower-case name
   std::vector<Waiting> waiting_;
+  size_t batchFiles_ = kBatchFiles;  // for this process's open-file limit
   size_t waitingBytes_ = 0;
-  std::vector<std::pair<Text, Failure>> failed_;  // from flushes made along the way
+  std::vector<std::pair<Text, Failure>> failed_;  // names not put in place, since flush()
+  bool unsynced_ = false;                         // names put in place since the folder's sync
 };
 
 }  // namespace zrk::platform

@@ -125,9 +125,9 @@ void FileReplacement::finish(bool synced) {
       commitInPlace();
     } else if (synced) {
       takeFinalMode();
-      renameIntoPlace();
+      putIntoPlace();
     } else {
-      commitByRename();
+      commitReplacement();
     }
   } catch (...) {
     discard();
@@ -184,29 +184,45 @@ void FileReplacement::takeFinalMode() {
   if (::fchmod(fd_, mode) != 0) failWrite(errno);
 }
 
-void FileReplacement::commitByRename() {
+void FileReplacement::commitReplacement() {
   takeFinalMode();
   if (::fsync(fd_) != 0) failWrite(errno);
-  renameIntoPlace();
+  putIntoPlace();
   if (::fsync(dirFd_) != 0 && errno != EINVAL) failWrite(errno);
 }
 
-void FileReplacement::renameIntoPlace() {
+// A new file takes its name with one link; where that name has come to stand meanwhile, or the
+// file had an old content, the new content is renamed over it.
+void FileReplacement::putIntoPlace() {
+  if (!old_ && tmpName_.empty() && linkUnderName()) {
+    closeContent();
+    return;
+  }
   if (tmpName_.empty()) linkTemporary();
   if (sys::renameat(dirFd_, tmpName_.c_str(), name_.c_str(), shownPath_.c_str()) != 0) {
     failWrite(errno);
   }
   tmpName_.clear();
+  closeContent();
+}
+
+// Whether the unnamed file now stands under its own name; false when another file came there.
+bool FileReplacement::linkUnderName() {
+  if (sys::linkat(fd_, dirFd_, name_.c_str(), shownPath_.c_str()) == 0) return true;
+  if (errno != EEXIST) failWrite(errno);
+  return false;
+}
+
+void FileReplacement::closeContent() {
   ::close(fd_);
   fd_ = -1;
 }
 
 // Gives the unnamed file a random name for its rename; a name taken already is passed over.
 void FileReplacement::linkTemporary() {
-  std::string self = "/proc/self/fd/" + std::to_string(fd_);
   for (int tries = 0; tries < kNameTries; ++tries) {
     std::string tmp = randomTemporaryName();
-    if (::linkat(AT_FDCWD, self.c_str(), dirFd_, tmp.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+    if (sys::linkat(fd_, dirFd_, tmp.c_str(), nullptr) == 0) {
       tmpName_ = std::move(tmp);
       return;
     }

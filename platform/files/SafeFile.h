@@ -73,12 +73,13 @@ std::string recoveryFolder();
 // regular one, 70 read-only.
 //
 // The new content is an unnamed file (O_TMPFILE), or, where the file system has none, a file
-// made exclusively under a random name; it is given a random name only for the moment of its
-// rename. No name a user or an archive member holds is ever the library's, removed or in the
-// way. Where no rename can keep the file what it is (more than one hard link, an owner the caller
-// cannot give a new file, a folder that takes no new name), the file is rewritten in place, and
-// its old content is first copied to recoveryFolder() and synced, and removed once the new
-// content is whole and synced (or put back after a failure).
+// made exclusively under a random name. A new file is linked under its name; one that replaces
+// another is given a random name only for the moment of its rename. No name a user or an archive
+// member holds is ever the library's, removed or in the way. Where no rename can keep the file what
+// it is (more than one hard link, an owner the caller cannot give a new file, a folder that takes
+// no new name), the file is rewritten in place, and its old content is first copied to
+// recoveryFolder() and synced, and removed once the new content is whole and synced (or put back
+// after a failure).
 class FileReplacement {
  public:
   enum class Links {
@@ -104,21 +105,23 @@ class FileReplacement {
   // Gives the new content its final mode; a caller that syncs many files itself does this
   // before its sync, so that the mode is durable with the content.
   void takeFinalMode();
-  // Puts the new content in place by its rename, without syncing the file or the folder: for a
-  // caller that has made the content durable itself and syncs the folder after. A file that is
-  // rewritten in place is committed in full.
+  // Puts the new content in place by its link or rename, without syncing the file or the folder:
+  // for a caller that has made the content durable itself and syncs the folder after. A file that
+  // is rewritten in place is committed in full.
   void commitSynced();
 
  private:
   void open();
   void openTemporary();
   int openNamedTemporary();
-  // Puts the content in place: commit() and commitSynced() differ only in the rename's syncs.
+  // Puts the content in place: commit() and commitSynced() differ only in the syncs around it.
   void finish(bool synced);
   void commitInPlace();
   void rewriteInPlace(int fd);
-  void commitByRename();
-  void renameIntoPlace();
+  void commitReplacement();
+  void putIntoPlace();
+  bool linkUnderName();
+  void closeContent();
   void linkTemporary();
   void dropTemporary();
   void discard();

@@ -132,5 +132,11 @@ int renameat(int dirFd, const char* from, const char* to, const char* path) {
   return ::renameat(dirFd, from, dirFd, to);
 }
 
+int linkat(int fd, int dirFd, const char* name, const char* path) {
+  if (int e = faults::check(faults::Call::Rename, path)) return failWith(e);
+  std::string self = "/proc/self/fd/" + std::to_string(fd);
+  return ::linkat(AT_FDCWD, self.c_str(), dirFd, name, AT_SYMLINK_FOLLOW);
+}
+
 }  // namespace sys
 }  // namespace zrk::platform

@@ -19,6 +19,8 @@ int rmdir(const char* path);
 // The *at forms name the file for the seam by `path`.
 int openat(int dirFd, const char* name, int flags, mode_t mode, const char* path);
 int renameat(int dirFd, const char* from, const char* to, const char* path);
+// Gives the open file `fd` (an unnamed one included) the name `name` in the folder `dirFd`.
+int linkat(int fd, int dirFd, const char* name, const char* path);
 
 // Writes all of `bytes` at offset `at`, or at the descriptor's position for kAtPosition, again
 // after a short write or a signal. Gives 0, or the error of the write that failed (EIO for one
@@ -27,8 +29,9 @@ inline constexpr off_t kAtPosition = -1;
 int writeAll(int fd, std::string_view bytes, off_t at, const char* path);
 }  // namespace sys
 
-// Faults for the calls above. Each rule fails the calls of its kind whose path holds `pathPart`
-// with `error`, after letting `skip` of them through, at most `times` times (-1: always).
+// Faults for the calls above (a link that puts a file in place counts as its rename). Each rule
+// fails the calls of its kind whose path holds `pathPart` with `error`, after letting `skip` of
+// them through, at most `times` times (-1: always).
 namespace faults {
 enum class Call { OpenRead, OpenWrite, Write, MakeFolder, Remove, Rename };
 struct Rule {

@@ -49,6 +49,33 @@ TEST(ArchiveTool, ExistingFilesStayWithoutForce) {
   EXPECT_EQ(countStartingWith(dir.path(), ".zrkkvl"), 0);
 }
 
+// A member that comes twice meets an existing file twice: without --force the file stays both
+// times; with it the later member stands.
+TEST(ArchiveTool, AMemberThatComesTwiceKeepsAnExistingFileWithoutForce) {
+  TempDir dir;
+  writeBytes(dir / "elements", "5|a.txtone\n5|A.TXTtwo\n");
+  ASSERT_EQ(
+      runTool({"call", "MakeArchive", "lines:" + dir / "elements", "path:" + dir / "t.zrk"}).code,
+      0);
+  struct Case {
+    std::vector<std::string> options;
+    std::string content;
+    const char* message;
+  } cases[] = {{{}, "mine", "' exists"}, {{"--force"}, "two\r\n", "comes twice"}};
+  for (const Case& c : cases) {
+    makeDir(dir / "out");
+    writeBytes(dir / "out/a.txt", "mine");
+    std::vector<std::string> args{"archive", "extract"};
+    args.insert(args.end(), c.options.begin(), c.options.end());
+    args.insert(args.end(), {dir / "t.zrk", dir / "out"});
+    ToolRun r = runTool(args);
+    EXPECT_EQ(r.code, 1) << c.content;
+    EXPECT_EQ(readBytes(dir / "out/a.txt"), c.content);
+    EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
+    std::filesystem::remove_all(dir / "out");
+  }
+}
+
 TEST(ArchiveTool, DamagedRecordsFollowTheAnswerGiven) {
   TempDir dir;
   writeBytes(dir / "elements", "1|aA\nno bar here\n");

@@ -7,6 +7,7 @@
 #include <set>
 
 #include "compress/ArchiveFormat.h"
+#include "compress/StringCompression.h"
 #include "files/TextOps.h"
 #include "platform/text/CodePage.h"
 #include "support/LoggedFailures.h"
@@ -134,6 +135,39 @@ TEST_F(Archive, RoundTripKeepsEveryByteAndAddsALineEnd) {
   EXPECT_EQ(out("ends.txt"), "\r\n\r\n");
   EXPECT_EQ(out("t.txt"), toUtf8(blankTail.substr(7)) + "\r\n");
   EXPECT_EQ(filesBelow(root / "out").size(), 4u);
+}
+
+// Whatever the number of elements and where the empty ones and the values that are no text
+// stand, the records follow the elements' order: as built one element after the other.
+TEST_F(Archive, RecordsFollowTheElementsInOrder) {
+  struct Case {
+    const char* what;
+    std::vector<Variant> items;
+  } cases[] = {
+      {"one", {Variant(u"5|a.txthello")}},
+      {"three, an empty one between", {Variant(u"1|ax"), Variant(u""), Variant(u"1|by")}},
+      {"an odd number",
+       {Variant(u"1|a1"), Variant(u"1|b22"), Variant(u"1|c333"), Variant(u"1|d4444"),
+        Variant(u"1|e55555")}},
+      {"a number among the texts", {Variant(u"1|aa"), Variant(int32_t(7)), Variant(u"1|bb")}},
+      {"an empty one last", {Variant(u"1|aa"), Variant(u"1|bb"), Variant(u"")}},
+  };
+  for (const Case& c : cases) {
+    std::string lengths, records;
+    for (const Variant& v : c.items) {
+      std::string bytes = platform::toAnsi(v.toText());
+      if (bytes.empty()) continue;
+      std::string record = std::to_string(bytes.size()) + archive::kSeparatorByte +
+                           compression::compressBytes(bytes);
+      lengths += archive::lengthListEntry(int64_t(record.size()));
+      records += record;
+    }
+    std::string path = root / "in/order.zrk";
+    ASSERT_TRUE(kvn->MakeArchive(Variant(VariantArray{0, c.items}), T(path))) << c.what;
+    EXPECT_EQ(readBytes(path), std::string(archive::kMagic) + archive::kSeparatorByte + lengths +
+                                   archive::kSeparatorByte + records + "\r\n")
+        << c.what;
+  }
 }
 
 TEST_F(Archive, MakeArchiveRefusals) {

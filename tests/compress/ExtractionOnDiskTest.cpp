@@ -2,6 +2,7 @@
 // dies at the damaged-archive question or at any moment), extractions into one folder at once,
 // and members that bear names the library once used for its own files.
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -144,6 +145,28 @@ TEST_F(ExtractionOnDisk, ExtractionsIntoOneFolderAtOnceReportNothing) {
     EXPECT_EQ(readBytes(root / ("out/member-" + std::to_string(i) + ".txt")), contentOf(i));
   }
   EXPECT_EQ(entriesOf(root / "out"), expected);
+}
+
+// Under a low open-file limit the members wait in smaller batches: every one comes out whole.
+TEST_F(ExtractionOnDisk, ALowOpenFileLimitStillExtractsEveryMember) {
+  std::string arc = root / "l.zrk";
+  ASSERT_TRUE(kvn->MakeArchive(elements(300), T(arc)));
+  for (rlim_t limit : {rlim_t(40), rlim_t(200)}) {
+    std::string out = root / ("l" + std::to_string(limit));
+    makeDir(out);
+    int status = inChild([&] {
+      struct rlimit low = {limit, limit};
+      bool ok = ::setrlimit(RLIMIT_NOFILE, &low) == 0 && kvn->ExtractArchive(T(arc), T(out));
+      ::_exit(ok && failureCount() == 0 ? 0 : 1);
+    });
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << limit;
+    std::set<std::string> expected;
+    for (int i = 0; i < 300; ++i) {
+      expected.insert("member-" + std::to_string(i) + ".txt");
+      EXPECT_EQ(readBytes(out + "/member-" + std::to_string(i) + ".txt"), contentOf(i)) << limit;
+    }
+    EXPECT_EQ(entriesOf(out), expected) << limit;
+  }
 }
 
 // Names the library once gave its temporary files, and the form of today's, are members like
