@@ -89,7 +89,7 @@ BENCHMARK(Floor_DecompressString)
 // libdeflate alone on the same stream, into the same kind of buffer: what DecompressString's
 // expansion can come down to.
 void Limit_DecompressString(benchmark::State& state) {
-  Bytes packed = zlibCompress(textBytes());
+  FileBytes packed = zlibCompress(textBytes());
   libdeflate_decompressor* d = libdeflate_alloc_decompressor();
   for (auto _ : state) {
     auto out = std::make_unique_for_overwrite<char[]>(kMiB);
