@@ -131,12 +131,13 @@ WorkBuffer::Result WorkBuffer::compress(std::string_view bytes) {
 WorkBuffer::Result WorkBuffer::expand(std::string_view stream, int32_t origSize,
                                       Inflater inflater) {
   int32_t size = workBufferSize(double(origSize));
+  const Zlib& z = zlib();  // needed whenever libdeflate gives up, so always
   if (inflater == Inflater::LibdeflateFirst && origSize >= 0) {
     char* out = reserve(size_t(size));
     if (expandExactly(out, stream, size_t(origSize)))
       return {std::string_view(out, size_t(origSize)), true};
   }
-  return run(zlib().uncompress, stream, size);
+  return run(z.uncompress, stream, size);
 }
 
 std::string_view WorkBuffer::lineFrom(size_t from, size_t used) {
