@@ -1,5 +1,6 @@
 // Strings as zlib streams: CompressString over stock zlib; DecompressString expands through
-// libdeflate, with zlib taking over whatever libdeflate does not expand whole.
+// libdeflate, with zlib taking over whatever libdeflate does not expand whole. Both libraries
+// are opened at the first stream, so a program that makes none never loads them.
 #include "compress/StringCompression.h"
 
 #include <libdeflate.h>
@@ -13,6 +14,7 @@
 #include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
+#include "platform/loader/SharedLibrary.h"
 #include "platform/text/CodePage.h"
 
 // A failed uncompress reports how much it wrote from zlib 1.2.9 on; the clearing relies on that.
@@ -22,30 +24,61 @@ namespace zrk {
 namespace compression {
 namespace {
 
-int compressDefault(Bytef* dest, uLongf* destLen, const Bytef* source, uLong sourceLen) {
-  return ::compress(dest, destLen, source, sourceLen);
+// The zlib and libdeflate functions in use, looked up when the first stream is made or expanded.
+struct Zlib {
+  decltype(&::compress) compress;
+  decltype(&::uncompress) uncompress;
+};
+
+struct Libdeflate {
+  decltype(&::libdeflate_alloc_decompressor) alloc_decompressor;
+  decltype(&::libdeflate_free_decompressor) free_decompressor;
+  decltype(&::libdeflate_zlib_decompress) zlib_decompress;
+};
+
+bool bindZlib(const platform::LibrarySymbols& l, Zlib& z) {
+  return l.bind(z.compress, "compress") && l.bind(z.uncompress, "uncompress");
 }
 
-int uncompressStream(Bytef* dest, uLongf* destLen, const Bytef* source, uLong sourceLen) {
-  return ::uncompress(dest, destLen, source, sourceLen);
+bool bindLibdeflate(const platform::LibrarySymbols& l, Libdeflate& d) {
+  return l.bind(d.alloc_decompressor, "libdeflate_alloc_decompressor") &&
+         l.bind(d.free_decompressor, "libdeflate_free_decompressor") &&
+         l.bind(d.zlib_decompress, "libdeflate_zlib_decompress");
 }
 
-// One libdeflate decompressor per thread: making one costs an allocation and its clearing.
-libdeflate_decompressor* threadDecompressor() {
-  struct Owner {
-    libdeflate_decompressor* d = libdeflate_alloc_decompressor();
-    ~Owner() { libdeflate_free_decompressor(d); }
-  };
-  thread_local Owner owner;
-  return owner.d;
+// zlib, which every stream needs: failure 429 (a component that cannot be created) without it.
+const Zlib& zlib() {
+  static platform::OnDemandLibrary<Zlib> library(kZlibLibrary, bindZlib);
+  const Zlib* z = library.get();
+  if (!z) throw Failure(err::CantCreateObject);
+  return *z;
 }
+
+// libdeflate, only ever a faster way to the same result: null without it, and zlib expands.
+const Libdeflate* libdeflate() {
+  static platform::OnDemandLibrary<Libdeflate> library(kLibdeflateLibrary, bindLibdeflate);
+  return library.get();
+}
+
+// One libdeflate decompressor per thread, with the library that made it: making one costs an
+// allocation and its clearing.
+struct Decompressor {
+  const Libdeflate& api;
+  libdeflate_decompressor* d = api.alloc_decompressor();
+  ~Decompressor() {
+    if (d) api.free_decompressor(d);
+  }
+};
 
 // Whether libdeflate expanded `stream` whole to exactly `size` bytes at `out`. On false it may
 // have written anything into those bytes.
 bool expandExactly(char* out, std::string_view stream, size_t size) {
-  libdeflate_decompressor* d = threadDecompressor();
-  return d && libdeflate_zlib_decompress(d, stream.data(), stream.size(), out, size, nullptr) ==
-                  LIBDEFLATE_SUCCESS;
+  const Libdeflate* api = libdeflate();
+  if (!api) return false;
+  thread_local Decompressor decompressor{*api};
+  return decompressor.d &&
+         decompressor.api.zlib_decompress(decompressor.d, stream.data(), stream.size(), out, size,
+                                          nullptr) == LIBDEFLATE_SUCCESS;
 }
 
 }  // namespace
@@ -90,7 +123,7 @@ WorkBuffer::Result WorkBuffer::run(ZlibCall call, std::string_view source, int32
 }
 
 WorkBuffer::Result WorkBuffer::compress(std::string_view bytes) {
-  return run(compressDefault, bytes, workBufferSize(double(bytes.size())));
+  return run(zlib().compress, bytes, workBufferSize(double(bytes.size())));
 }
 
 // zlib writes every byte of the result it reports and clears the rest of the buffer on a
@@ -98,12 +131,13 @@ WorkBuffer::Result WorkBuffer::compress(std::string_view bytes) {
 WorkBuffer::Result WorkBuffer::expand(std::string_view stream, int32_t origSize,
                                       Inflater inflater) {
   int32_t size = workBufferSize(double(origSize));
+  const Zlib& z = zlib();  // needed whenever libdeflate gives up, so always
   if (inflater == Inflater::LibdeflateFirst && origSize >= 0) {
     char* out = reserve(size_t(size));
     if (expandExactly(out, stream, size_t(origSize)))
       return {std::string_view(out, size_t(origSize)), true};
   }
-  return run(uncompressStream, stream, size);
+  return run(z.uncompress, stream, size);
 }
 
 std::string_view WorkBuffer::lineFrom(size_t from, size_t used) {

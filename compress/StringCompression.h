@@ -12,6 +12,12 @@
 
 namespace zrk::compression {
 
+// The libraries opened at the first stream (overrideLibraryFile names others, for tests). Without
+// zlib a stream can be neither made nor expanded: failure 429 (a component that cannot be
+// created). Without libdeflate zlib expands every stream.
+inline constexpr const char* kZlibLibrary = "libz.so.1";
+inline constexpr const char* kLibdeflateLibrary = "libdeflate.so.0";
+
 // The work buffer's size for a length n: 1 percent plus 12 over n, summed in double precision in
 // that order and rounded half to even. A negative size cannot be made (failure 5); one beyond the
 // 32-bit range overflows (failure 6).

@@ -1,6 +1,7 @@
 // Start-up, release and the failure report, over this thread's shared state.
 #include "core/mdlKVN.h"
 
+#include <optional>
 #include <vector>
 
 #include <zrkKVL/clsKVN.h>
@@ -102,9 +103,20 @@ Text RootPathFromFolder(TextView libraryFolder) {
   return replaceAll(libraryFolder, platform::kLibrarySubPath, u"");
 }
 
+const Text& rootPath() {
+  State& s = state();
+  if (s.rootPathDue) {
+    s.RootPath = RootPathFromFolder(platform::ownLibraryFolder());
+    s.rootPathDue = false;
+  }
+  return s.RootPath;
+}
+
 void Main() {
   State& s = state();
-  s.RootPath = RootPathFromFolder(platform::libraryFolder());
+  std::optional<Text> chosen = platform::chosenLibraryFolder();
+  s.RootPath = chosen ? RootPathFromFolder(*chosen) : Text();
+  s.rootPathDue = !chosen;
   s.MainObject = std::make_shared<clsKVN>();
   for (auto step : startupSteps())
     step(s);
@@ -118,6 +130,7 @@ StartupStep::StartupStep(void (*step)(State&)) {
 void ReleaseLibrary() {
   State& s = state();
   s.RootPath.clear();
+  s.rootPathDue = false;
   s.SharedFileSystem.reset();
   platform::ProfileCache::forThread().clear();
   s.MainObject.reset();
@@ -142,7 +155,7 @@ void HandleFailure(TextView text, FailureInfo failure, int32_t line) {
     return;
   }
   logFailure(text, failure, line);
-  Text settings = s.RootPath + u"/settings/config.ini";
+  Text settings = rootPath() + u"/settings/config.ini";
   Text setting = callMainObject(u"GetIniKey", {Variant(Text(u"Settings")),
                                                Variant(Text(u"ReportErrors")), Variant(settings)})
                      .toText();

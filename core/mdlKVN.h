@@ -25,7 +25,11 @@ namespace mdlKVN {
 // The shared state; one copy per thread.
 struct State {
   bool started = false;
+  // Read through rootPath(). Start-up takes a chosen root at once and leaves one derived from
+  // where the library lies to its first use, so that a program that never needs the root does
+  // not look for its own file or make the per-user folders.
   Text RootPath;
+  bool rootPathDue = false;
   std::shared_ptr<clsKVN> MainObject;
   std::shared_ptr<platform::FileSystemObject> SharedFileSystem;
   Text SystemInfoStr;
@@ -47,6 +51,9 @@ struct State {
 
 // This thread's state.
 State& state();
+
+// RootPath, derived at its first use after start-up when no root was chosen.
+const Text& rootPath();
 
 // SharedFileSystem, made at first use.
 platform::FileSystemObject& SharedFileSystem();

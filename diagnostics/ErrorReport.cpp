@@ -147,7 +147,7 @@ bool clsKVN::SendErrorReport(Variant& RepDat) {
       std::vector<Variant> args{Variant(Text())};
       Variant processes = CallByName(u"GetRunningProcesses", args);
       f[10] = diagnostics::joinedProcessNames(processes).value_or(Text()) + u"|" +
-              diagnostics::libraryFileList(mdlKVN::state().RootPath);
+              diagnostics::libraryFileList(mdlKVN::rootPath());
       frame.line(5);
       f[11] = decimal(ProfileCount);
       f[12] = decimal(ActiveProfiles);

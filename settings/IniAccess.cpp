@@ -67,17 +67,18 @@ Variant clsKVN::GetIniSection(Text sName, Text FName) {
   Variant result;
   MethodFrame frame(u"GetIniSection");
   frame.run([&] {
-    platform::FileSystemObject fso;
     frame.line(1);
-    if (!fso.FileExists(FName)) return;
+    // One stat answers whether the file exists, its length, and whether its cached content holds.
+    platform::ResolvedPath file = platform::ResolvedPath::of(FName);
+    if (!mdlKVN::SharedFileSystem().FileExists(file)) return;
     frame.line(2);
-    int64_t length = fso.GetFile(FName).Size;
+    int64_t length = int64_t(file.st.st_size);
     if (length > INT32_MAX) throw Failure(err::Overflow);
     // The file's length minus 1 fits the lines of every section but one: a section named ""
     // whose last line has no line end needs exactly that, and a list that only just fits is cut.
     // One more character keeps it whole.
     Text buf(size_t(length) + 1, u'\0');
-    int32_t n = platform::GetPrivateProfileSectionA(sName, buf, int32_t(length), FName);
+    int32_t n = platform::GetPrivateProfileSectionA(sName, buf, int32_t(length), file);
     frame.line(3);
     Text lines = buf.substr(0, size_t(n));
     frame.line(4);

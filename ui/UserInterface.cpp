@@ -58,7 +58,7 @@ void clsKVN::CreateToolTip(int32_t FrmHwnd, int32_t AppInst, int32_t CtrlHwnd, T
 void clsKVN::ShowHelp(Text hFile, Text hPage) {
   stepOver([&] {
     std::string page = platform::toAnsi(hPage);
-    platform::HtmlHelpA(0, mdlKVN::state().RootPath + u"/" + hFile, platform::HH_DISPLAY_TOPIC,
+    platform::HtmlHelpA(0, mdlKVN::rootPath() + u"/" + hFile, platform::HH_DISPLAY_TOPIC,
                         page.c_str());
   });
 }

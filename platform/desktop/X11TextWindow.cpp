@@ -5,7 +5,6 @@
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 #include <X11/keysym.h>
-#include <dlfcn.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -15,7 +14,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <mutex>
+
+#include "platform/loader/SharedLibrary.h"
 
 namespace zrk::platform {
 namespace {
@@ -56,40 +56,30 @@ struct Xlib {
   decltype(&::XSetIOErrorHandler) SetIOErrorHandler;
 };
 
-template <class F>
-bool find(void* library, const char* name, F& f) {
-  f = reinterpret_cast<F>(::dlsym(library, name));
-  return f != nullptr;
+bool bindXlib(const LibrarySymbols& l, Xlib& x) {
+  return l.bind(x.OpenDisplay, "XOpenDisplay") && l.bind(x.CloseDisplay, "XCloseDisplay") &&
+         l.bind(x.defaultScreen, "XDefaultScreen") && l.bind(x.rootWindow, "XRootWindow") &&
+         l.bind(x.defaultColormap, "XDefaultColormap") && l.bind(x.AllocColor, "XAllocColor") &&
+         l.bind(x.CreateSimpleWindow, "XCreateSimpleWindow") && l.bind(x.StoreName, "XStoreName") &&
+         l.bind(x.SetClassHint, "XSetClassHint") && l.bind(x.InternAtom, "XInternAtom") &&
+         l.bind(x.SetWMProtocols, "XSetWMProtocols") &&
+         l.bind(x.SetWMNormalHints, "XSetWMNormalHints") && l.bind(x.SelectInput, "XSelectInput") &&
+         l.bind(x.MapWindow, "XMapWindow") && l.bind(x.MoveWindow, "XMoveWindow") &&
+         l.bind(x.CreateGC, "XCreateGC") && l.bind(x.SetForeground, "XSetForeground") &&
+         l.bind(x.SetFont, "XSetFont") && l.bind(x.FillRectangle, "XFillRectangle") &&
+         l.bind(x.DrawRectangle, "XDrawRectangle") && l.bind(x.DrawString, "XDrawString") &&
+         l.bind(x.LoadQueryFont, "XLoadQueryFont") && l.bind(x.TextWidth, "XTextWidth") &&
+         l.bind(x.Pending, "XPending") && l.bind(x.NextEvent, "XNextEvent") &&
+         l.bind(x.connectionNumber, "XConnectionNumber") && l.bind(x.Flush, "XFlush") &&
+         l.bind(x.Sync, "XSync") && l.bind(x.LookupKeysym, "XLookupKeysym") &&
+         l.bind(x.SetErrorHandler, "XSetErrorHandler") &&
+         l.bind(x.SetIOErrorHandler, "XSetIOErrorHandler");
 }
 
 // The calls, or null when libX11 is not installed.
 const Xlib* xlib() {
-  static std::once_flag once;
-  static Xlib x;
-  static bool ok = false;
-  std::call_once(once, [] {
-    void* l = ::dlopen("libX11.so.6", RTLD_NOW | RTLD_LOCAL);
-    if (!l) return;
-    ok = find(l, "XOpenDisplay", x.OpenDisplay) && find(l, "XCloseDisplay", x.CloseDisplay) &&
-         find(l, "XDefaultScreen", x.defaultScreen) && find(l, "XRootWindow", x.rootWindow) &&
-         find(l, "XDefaultColormap", x.defaultColormap) && find(l, "XAllocColor", x.AllocColor) &&
-         find(l, "XCreateSimpleWindow", x.CreateSimpleWindow) &&
-         find(l, "XStoreName", x.StoreName) && find(l, "XSetClassHint", x.SetClassHint) &&
-         find(l, "XInternAtom", x.InternAtom) && find(l, "XSetWMProtocols", x.SetWMProtocols) &&
-         find(l, "XSetWMNormalHints", x.SetWMNormalHints) &&
-         find(l, "XSelectInput", x.SelectInput) && find(l, "XMapWindow", x.MapWindow) &&
-         find(l, "XMoveWindow", x.MoveWindow) && find(l, "XCreateGC", x.CreateGC) &&
-         find(l, "XSetForeground", x.SetForeground) && find(l, "XSetFont", x.SetFont) &&
-         find(l, "XFillRectangle", x.FillRectangle) && find(l, "XDrawRectangle", x.DrawRectangle) &&
-         find(l, "XDrawString", x.DrawString) && find(l, "XLoadQueryFont", x.LoadQueryFont) &&
-         find(l, "XTextWidth", x.TextWidth) && find(l, "XPending", x.Pending) &&
-         find(l, "XNextEvent", x.NextEvent) && find(l, "XConnectionNumber", x.connectionNumber) &&
-         find(l, "XFlush", x.Flush) && find(l, "XSync", x.Sync) &&
-         find(l, "XLookupKeysym", x.LookupKeysym) &&
-         find(l, "XSetErrorHandler", x.SetErrorHandler) &&
-         find(l, "XSetIOErrorHandler", x.SetIOErrorHandler);
-  });
-  return ok ? &x : nullptr;
+  static OnDemandLibrary<Xlib> library("libX11.so.6", bindXlib);
+  return library.get();
 }
 
 constexpr char kReady = 'R';

@@ -378,7 +378,12 @@ SectionNames allSectionNames(TextView file, int64_t firstSize) {
 }
 
 int32_t GetPrivateProfileSectionA(TextView section, Text& buffer, int32_t size, TextView file) {
-  LoadedProfile p = loadProfile(ResolvedPath::of(file));
+  return GetPrivateProfileSectionA(section, buffer, size, ResolvedPath::of(file));
+}
+
+int32_t GetPrivateProfileSectionA(TextView section, Text& buffer, int32_t size,
+                                  const ResolvedPath& file) {
+  LoadedProfile p = loadProfile(file);
   if (!p) return 0;
   NulList list(size);
   bool found = forEachLineOfSection(*p, nameBytes(section), [&](const Line& l) {

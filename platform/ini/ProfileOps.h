@@ -35,6 +35,9 @@ Text profileString(const Text& section, const Text& key, TextView def, int32_t s
 // The section's lines as key=value, each ended by NUL, then one more NUL; gives the count
 // without that last NUL, 0 for an absent section or file.
 int32_t GetPrivateProfileSectionA(TextView section, Text& buffer, int32_t size, TextView file);
+// The same for a file resolved already.
+int32_t GetPrivateProfileSectionA(TextView section, Text& buffer, int32_t size,
+                                  const ResolvedPath& file);
 
 // Sets a key, making file, section and key as needed; a null value deletes the key, a null key
 // deletes the section. Gives false and changes nothing when the write cannot be done.

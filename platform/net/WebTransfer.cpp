@@ -3,18 +3,15 @@
 #include "platform/net/WebTransfer.h"
 
 #include <curl/curl.h>
-#include <dlfcn.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <deque>
-#include <map>
-#include <mutex>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include <zrkKVL/Failure.h>
+#include "platform/loader/SharedLibrary.h"
 #include "platform/text/CodePage.h"
 
 #ifndef ZRK_REPORT_HOST
@@ -40,43 +37,25 @@ struct CurlApi {
   decltype(&curl_slist_free_all) slist_free_all;
 };
 
-template <typename F>
-bool resolve(void* library, const char* name, F& f) {
-  f = reinterpret_cast<F>(::dlsym(library, name));
-  return f != nullptr;
+bool bindCurl(const LibrarySymbols& l, CurlApi& api) {
+  bool all =
+      l.bind(api.global_init, "curl_global_init") && l.bind(api.multi_init, "curl_multi_init") &&
+      l.bind(api.multi_cleanup, "curl_multi_cleanup") &&
+      l.bind(api.multi_add_handle, "curl_multi_add_handle") &&
+      l.bind(api.multi_remove_handle, "curl_multi_remove_handle") &&
+      l.bind(api.multi_perform, "curl_multi_perform") &&
+      l.bind(api.multi_info_read, "curl_multi_info_read") &&
+      l.bind(api.easy_init, "curl_easy_init") && l.bind(api.easy_cleanup, "curl_easy_cleanup") &&
+      l.bind(api.easy_setopt, "curl_easy_setopt") &&
+      l.bind(api.slist_append, "curl_slist_append") &&
+      l.bind(api.slist_free_all, "curl_slist_free_all");
+  return all && api.global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
 }
-
-std::optional<CurlApi> loadCurl(const std::string& file) {
-  void* library = ::dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (!library) return std::nullopt;
-  CurlApi api;
-  bool all = resolve(library, "curl_global_init", api.global_init) &&
-             resolve(library, "curl_multi_init", api.multi_init) &&
-             resolve(library, "curl_multi_cleanup", api.multi_cleanup) &&
-             resolve(library, "curl_multi_add_handle", api.multi_add_handle) &&
-             resolve(library, "curl_multi_remove_handle", api.multi_remove_handle) &&
-             resolve(library, "curl_multi_perform", api.multi_perform) &&
-             resolve(library, "curl_multi_info_read", api.multi_info_read) &&
-             resolve(library, "curl_easy_init", api.easy_init) &&
-             resolve(library, "curl_easy_cleanup", api.easy_cleanup) &&
-             resolve(library, "curl_easy_setopt", api.easy_setopt) &&
-             resolve(library, "curl_slist_append", api.slist_append) &&
-             resolve(library, "curl_slist_free_all", api.slist_free_all);
-  // A library loaded once stays: transfers made through it may still be alive.
-  if (!all || api.global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) return std::nullopt;
-  return api;
-}
-
-std::mutex gCurlMutex;
-std::string gCurlFile = "libcurl.so.4";
-std::map<std::string, std::optional<CurlApi>> gCurlLoaded;  // by file; entries never move
 
 // The functions of the library in use, loaded on first need; null when it cannot be loaded.
 const CurlApi* curl() {
-  std::lock_guard lock(gCurlMutex);
-  auto it = gCurlLoaded.find(gCurlFile);
-  if (it == gCurlLoaded.end()) it = gCurlLoaded.emplace(gCurlFile, loadCurl(gCurlFile)).first;
-  return it->second ? &*it->second : nullptr;
+  static OnDemandLibrary<CurlApi> library(kTransferLibrary, bindCurl);
+  return library.get();
 }
 
 // The transfers owned by this thread, for its event pass. At thread exit the list may go before
@@ -243,11 +222,6 @@ void runTransfers() {
       t->deliverStateChanges();
     }
   }
-}
-
-void overrideTransferLibrary(std::string file) {
-  std::lock_guard lock(gCurlMutex);
-  gCurlFile = file.empty() ? "libcurl.so.4" : std::move(file);
 }
 
 Text reportEndpointHost() {

@@ -62,8 +62,8 @@ class WebTransfer {
 // pass of events.
 void runTransfers();
 
-// Test seam: the libcurl file to load at the next first need (empty: the usual one).
-void overrideTransferLibrary(std::string file);
+// The libcurl file the first control loads (overrideLibraryFile names another, for tests).
+inline constexpr const char* kTransferLibrary = "libcurl.so.4";
 
 // Host (and port) of the error-report endpoint: ZRKKVL_REPORT_HOST when set, else the build's.
 Text reportEndpointHost();

@@ -10,6 +10,10 @@ struct Elf;
 
 namespace zrk::platform {
 
+// The libelf file the first ElfFile opens (overrideLibraryFile names another, for tests).
+inline constexpr const char* kElfLibrary = "libelf.so.1";
+struct ElfApi;
+
 struct ElfSymbol {
   uint64_t value = 0;     // the symbol's address in the file's own layout
   uint64_t fileBase = 0;  // the address in that layout where the file's first byte goes
@@ -23,6 +27,7 @@ struct ElfImage {
 class ElfFile {
  public:
   // The file at `path`; one that can't be opened or is no ELF file has no names or symbols.
+  // Failure 429 (a component that cannot be created) where libelf cannot be loaded.
   explicit ElfFile(const std::string& path);
   explicit ElfFile(ElfImage image);
   ElfFile(const ElfFile&) = delete;
@@ -39,6 +44,7 @@ class ElfFile {
  private:
   void begin(Elf* elf);
 
+  const ElfApi* api_;
   int fd_ = -1;
   std::string image_;  // the bytes, when read from bytes
   Elf* elf_ = nullptr;

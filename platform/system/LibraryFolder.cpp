@@ -32,10 +32,13 @@ std::string loadedFile() {
                 RTLD_DL_LINKMAP) == 0) {
     return std::string();
   }
-  std::string file = (map && map->l_name && map->l_name[0]) ? map->l_name : "/proc/self/exe";
   char real[PATH_MAX];
-  if (::realpath(file.c_str(), real)) return real;
-  return file;
+  if (map && map->l_name && map->l_name[0]) {
+    return ::realpath(map->l_name, real) ? real : map->l_name;
+  }
+  // The kernel gives the program's path with every link already resolved.
+  ssize_t n = ::readlink("/proc/self/exe", real, sizeof real);
+  return n > 0 && size_t(n) < sizeof real ? std::string(real, size_t(n)) : "/proc/self/exe";
 }
 
 Text loadedFolder() {
@@ -89,15 +92,22 @@ Text perUserLibraryFolder() {
 }  // namespace
 
 Text libraryFolder() {
+  if (auto chosen = chosenLibraryFolder()) return *chosen;
+  return ownLibraryFolder();
+}
+
+std::optional<Text> chosenLibraryFolder() {
   {
     std::lock_guard lock(gMutex);
     if (gOverride) return *gOverride;
   }
   if (auto root = environmentRoot()) return *root + Text(kLibrarySubPath);
-  {
-    std::lock_guard lock(gMutex);
-    if (gHostRoot) return *gHostRoot + Text(kLibrarySubPath);
-  }
+  std::lock_guard lock(gMutex);
+  if (gHostRoot) return *gHostRoot + Text(kLibrarySubPath);
+  return std::nullopt;
+}
+
+Text ownLibraryFolder() {
   Text loaded = loadedFolder();
   if (loaded.ends_with(kLibrarySubPath)) return loaded;
   return perUserLibraryFolder();

@@ -22,6 +22,11 @@ inline constexpr TextView kLibrarySubPath = u"/dlls/Main Functions DLL";
 // So a library installed in a system folder never writes there.
 Text libraryFolder();
 
+// Steps 1 to 3 of that order, which ask nothing of the file system; nothing when none applies.
+std::optional<Text> chosenLibraryFolder();
+// Steps 4 and 5, which look for the loaded file and may make the per-user folders.
+Text ownLibraryFolder();
+
 // The folder to report instead of the derived one (the tool's --root; tests); nullopt restores
 // the order above.
 void overrideLibraryFolder(std::optional<Text> folder);

@@ -2,6 +2,7 @@
 #include <string>
 
 #include "compress/StringCompression.h"
+#include "platform/loader/SharedLibrary.h"
 #include "platform/text/CodePage.h"
 #include "support/TestSupport.h"
 
@@ -113,6 +114,31 @@ TEST_F(StringCompression, ReachableByName) {
   Variant stream = kvn->CallByName(u"compressstring", args);
   std::vector<Variant> back{stream, Variant(int32_t(3))};
   EXPECT_EQ(kvn->CallByName(u"DecompressString", back).toText(), u"abc");
+}
+
+// Without zlib no stream is made or expanded (failure 429); without libdeflate zlib expands
+// every stream to the same result.
+TEST_F(StringCompression, MissingLibraries) {
+  const Text abc = kvn->CompressString(u"abc");
+  struct Case {
+    const char* library;
+    int32_t number;  // the failure of both operations, 0 for none
+  } cases[] = {{compression::kZlibLibrary, err::CantCreateObject},
+               {compression::kLibdeflateLibrary, 0}};
+  for (const Case& c : cases) {
+    platform::overrideLibraryFile(c.library, "libzrk-missing.so.1");
+    for (int op = 0; op < 2; ++op) {
+      try {
+        Text out = op == 0 ? kvn->CompressString(u"abc") : kvn->DecompressString(abc, 3);
+        EXPECT_EQ(c.number, 0) << c.library << " " << op;
+        EXPECT_EQ(out, op == 0 ? abc : Text(u"abc")) << c.library;
+      } catch (const Failure& f) {
+        EXPECT_EQ(f.number(), c.number) << c.library << " " << op;
+      }
+    }
+    platform::overrideLibraryFile(c.library, "");
+  }
+  EXPECT_EQ(kvn->DecompressString(abc, 3), u"abc") << "the usual libraries again";
 }
 
 }  // namespace

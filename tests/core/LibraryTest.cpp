@@ -75,7 +75,7 @@ TEST_F(Library, UnloadReleasesButKeepsWorking) {
   mdlKVN::state().SystemInfoStr = u"description";
   mdlKVN::state().systemInfoDue = false;
   kvn->Unload();
-  EXPECT_TRUE(mdlKVN::state().RootPath.empty());
+  EXPECT_TRUE(mdlKVN::rootPath().empty());
   EXPECT_EQ(mdlKVN::state().MainObject, nullptr);
   EXPECT_EQ(kvn->GetUIDStr(), u"description[zorv]");  // no DirectX version here
   EXPECT_EQ(kvn->dllVersion(u""), u"1.4.1");
@@ -91,17 +91,17 @@ TEST_F(Library, ThreadsHaveTheirOwnState) {
   bool thereAfterUnloadHere = false;
   std::thread t([&] {
     clsKVN there;
-    rootThere = mdlKVN::state().RootPath;
+    rootThere = mdlKVN::rootPath();
     mainThere = mdlKVN::state().MainObject;
     there.Unload();
   });
   t.join();
   EXPECT_EQ(rootThere, root.text());
   EXPECT_NE(mainThere, mainHere);
-  EXPECT_EQ(mdlKVN::state().RootPath, root.text()) << "Unload on another thread leaves this one";
+  EXPECT_EQ(mdlKVN::rootPath(), root.text()) << "Unload on another thread leaves this one";
   std::thread u([&] {
     clsKVN there;
-    thereAfterUnloadHere = !mdlKVN::state().RootPath.empty();
+    thereAfterUnloadHere = !mdlKVN::rootPath().empty();
     there.Unload();
   });
   kvn->Unload();

@@ -12,6 +12,7 @@
 #include "core/MethodFrame.h"
 #include "diagnostics/ErrorReport.h"
 #include "diagnostics/frmKVL.h"
+#include "platform/loader/SharedLibrary.h"
 #include "platform/net/WebTransfer.h"
 
 namespace zrk::test {
@@ -254,12 +255,12 @@ TEST_F(ReportTest, MissingTransferLibraryIsAControlThatCannotBeMade) {
   HttpTestServer server({"true"});
   useHost(server.host());
   reportErrors("1");
-  platform::overrideTransferLibrary("libcurl-missing.so.4");
+  platform::overrideLibraryFile(platform::kTransferLibrary, "libcurl-missing.so.4");
   fakeSleep();
   bool sent = send();
   makeUnopenableFile(root / "a.txt");
   EXPECT_TRUE(kvn->ReadFile(root.text("a.txt")).isEmpty());
-  platform::overrideTransferLibrary("");
+  platform::overrideLibraryFile(platform::kTransferLibrary, "");
   EXPECT_FALSE(sent);
   EXPECT_EQ(sleeps, 0) << "no wait";
   EXPECT_TRUE(server.requests().empty());

@@ -7,6 +7,8 @@
 #include <climits>
 
 #include <zrkKVL/GameHandle.h>
+#include "platform/loader/SharedLibrary.h"
+#include "platform/process/ElfFile.h"
 #include "platform/process/ProcessAccess.h"
 #include "platform/process/ProcessMaps.h"
 #include "platform/process/ProcessObject.h"
@@ -224,6 +226,24 @@ TEST(ElfSymbols, FilesThatAreNoElfGiveNothing) {
              "ELF\x02\x01\x01");
   for (std::string path : {dir / "text", dir / "cut", dir / "missing", dir.path()}) {
     EXPECT_FALSE(platform::findElfSymbol(path, "main")) << path;
+  }
+}
+
+// Without libelf no file is read: failure 429, not a symbol that seems missing.
+TEST(ElfSymbols, WithoutLibelfNoFileIsRead) {
+  struct Case {
+    const char* file;
+    bool found;
+  } cases[] = {{"libzrk-missing.so.1", false}, {"", true}};
+  for (const Case& c : cases) {
+    platform::overrideLibraryFile(platform::kElfLibrary, c.file);
+    try {
+      EXPECT_EQ(platform::findElfSymbol("/proc/self/exe", "main").has_value(), c.found) << c.file;
+      EXPECT_TRUE(c.found) << c.file;
+    } catch (const Failure& f) {
+      EXPECT_FALSE(c.found) << c.file;
+      EXPECT_EQ(f.number(), err::CantCreateObject);
+    }
   }
 }
 

@@ -153,7 +153,7 @@ TEST_F(HelpTest, OpensTheFileBelowTheRootAtThePage) {
     Text file, page;
     Text wantFile, wantPage;
   };
-  const Text root = mdlKVN::state().RootPath;
+  const Text root = mdlKVN::rootPath();
   const Case cases[] = {
       {u"help/zrk.chm", u"profiles.htm", root + u"/help/zrk.chm", u"profiles.htm"},
       // Nothing is normalised: a leading backslash gives two separators in a row.
