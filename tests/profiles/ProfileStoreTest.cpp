@@ -347,7 +347,8 @@ TEST_F(ProfileStore, KilledSavesLeaveOldOrNewContent) {
   std::mt19937 random(4242);
   int killed = 0, completed = 0;
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-  for (int round = 0; round < 300 && std::chrono::steady_clock::now() < deadline; ++round) {
+  for (int round = 0; round < 300 && killed < 150 && std::chrono::steady_clock::now() < deadline;
+       ++round) {
     Profile p{T("Killed " + std::to_string(round))};
     pid_t child = ::fork();
     ASSERT_GE(child, 0);
@@ -370,7 +371,9 @@ TEST_F(ProfileStore, KilledSavesLeaveOldOrNewContent) {
       stored.insert(it->first);
     }
   }
-  EXPECT_GT(killed, 100);
+  // Enough of the saves were killed midway for the rounds to have tested something, also on a
+  // loaded machine where fewer rounds fit in the time.
+  EXPECT_GE(killed, 50) << completed << " saves completed";
   // The next save starts from the packed file, whatever a killed one left beside it.
   Profile last{u"After"};
   EXPECT_TRUE(save(last));
