@@ -16,6 +16,7 @@
 #include "platform/text/CodePage.h"
 #include "profiles/Base64.h"
 #include "profiles/BiniFormat.h"
+#include "settings/LineReader.h"
 
 namespace zrk {
 namespace {
@@ -50,15 +51,12 @@ Text otherName(const Text& name, const Text& from, const Text& to) {
   return out;
 }
 
-// The lines of the line reader, each followed by CR LF, as the bytes of the file to be.
-std::string joinLines(const Variant& lines) {
-  const VariantArray& a = lines.array();
-  Text text;
-  for (int32_t i = a.lowerBound; i <= a.upperBound(); ++i) {
-    if (i > a.lowerBound) text += u"\r\n";
-    text += a.at(i).toText();
-  }
-  return platform::toAnsi(text);
+// The plain file's text as the line reader takes it. A read the line reader reported leaves no
+// lines, which the pack cannot take.
+std::string plainText(const Text& plainName) {
+  std::optional<std::string> text = readLinesJoined(plainName);
+  if (!text) throw Failure(err::TypeMismatch);
+  return std::move(*text);
 }
 
 // The Size field: the digits' values, units first.
@@ -140,7 +138,7 @@ void clsKVN::CompressBINI(Text FileName, std::optional<Text> bType) {
     if (!fso.FileExists(FileName)) {
       throw Failure(err::FileNotFound, u"File not found [" + FileName + u"]");
     }
-    std::string text = joinLines(ReadFile(FileName));
+    std::string text = plainText(FileName);
     frame.line(3);
     Text digits = SizeDigits(text.size());
     frame.line(4);

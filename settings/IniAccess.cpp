@@ -1,4 +1,6 @@
 // INI access: section list, one section, one key, writing, clearing, and the line reader.
+#include <memory>
+
 #include <zrkKVL/clsKVN.h>
 #include "core/CallTable.h"
 #include "core/MethodFrame.h"
@@ -7,6 +9,7 @@
 #include "platform/files/FileSystemObject.h"
 #include "platform/ini/ProfileOps.h"
 #include "platform/text/CodePage.h"
+#include "settings/LineReader.h"
 
 namespace zrk {
 namespace {
@@ -33,6 +36,27 @@ int16_t countNames(const Text& buf) {
     p = nulFrom(size_t(p));
   }
   return count;
+}
+
+// Runs `body` in the line reader's frame: a failure is reported as ReadFile's, naming the file.
+template <class Body>
+void inLineReaderFrame(const Text& fileStr, Body&& body) {
+  MethodFrame frame(u"ReadFile");
+  frame.run([&] { body(frame); },
+            [&](FailureInfo& f) {
+              if (f.Number == err::FileNotFound) {
+                f.Description = u"File not found [" + fileStr + u"]";
+              }
+              f.Description += u" [" + fileStr + u"]";
+            });
+}
+
+// The file opened for its lines, read whole; nothing for a missing file, which has no lines.
+std::unique_ptr<platform::TextInputFile> openLines(const Text& fileStr, MethodFrame& frame) {
+  frame.line(1);
+  if (!mdlKVN::SharedFileSystem().FileExists(fileStr)) return nullptr;
+  frame.line(2);
+  return std::make_unique<platform::TextInputFile>(fileStr);
 }
 
 }  // namespace
@@ -136,38 +160,48 @@ void clsKVN::ClearIniSection(Text& iSect, Text& iFile) {
 
 Variant clsKVN::ReadFile(Text fileStr) {
   Variant result;
-  MethodFrame frame(u"ReadFile");
-  frame.run(
-      [&] {
-        frame.line(1);
-        if (!mdlKVN::SharedFileSystem().FileExists(fileStr)) {
-          result = Variant::textArray({Text()});
-          return;
-        }
-        frame.line(2);
-        // The file is read once: its lines are counted, then taken, from the same bytes.
-        platform::TextInputFile in(fileStr);
-        int32_t count = 0;
-        while (!in.atEnd()) {
-          if (!in.readLineBytes().empty()) ++count;
-        }
-        frame.line(3);
-        VariantArray lines;
-        lines.items.assign(size_t(count) + 1, Variant(Text()));
-        frame.line(4);
-        in.rewind();
-        for (int32_t index = 0; !in.atEnd();) {
-          std::string_view line = in.readLineBytes();
-          if (!line.empty()) lines.at(index++) = Variant(platform::fromAnsi(line));
-        }
-        frame.line(5);
-        result = Variant(std::move(lines));
-      },
-      [&](FailureInfo& f) {
-        if (f.Number == err::FileNotFound) f.Description = u"File not found [" + fileStr + u"]";
-        f.Description += u" [" + fileStr + u"]";
-      });
+  inLineReaderFrame(fileStr, [&](MethodFrame& frame) {
+    std::unique_ptr<platform::TextInputFile> in = openLines(fileStr, frame);
+    if (!in) {
+      result = Variant::textArray({Text()});
+      return;
+    }
+    // The file is read once: its lines are counted, then taken, from the same bytes.
+    int32_t count = 0;
+    while (!in->atEnd()) {
+      if (!in->readLineBytes().empty()) ++count;
+    }
+    frame.line(3);
+    VariantArray lines;
+    lines.items.assign(size_t(count) + 1, Variant(Text()));
+    frame.line(4);
+    in->rewind();
+    for (int32_t index = 0; !in->atEnd();) {
+      std::string_view line = in->readLineBytes();
+      if (!line.empty()) lines.at(index++) = Variant(platform::fromAnsi(line));
+    }
+    frame.line(5);
+    result = Variant(std::move(lines));
+  });
   return result;
+}
+
+std::optional<std::string> readLinesJoined(const Text& fileStr) {
+  std::optional<std::string> joined;
+  inLineReaderFrame(fileStr, [&](MethodFrame& frame) {
+    std::unique_ptr<platform::TextInputFile> in = openLines(fileStr, frame);
+    frame.line(3);
+    std::string bytes;
+    while (in && !in->atEnd()) {
+      std::string_view line = in->readLineBytes();
+      if (line.empty()) continue;
+      bytes += line;
+      bytes += "\r\n";
+    }
+    frame.line(5);
+    joined = std::move(bytes);
+  });
+  return joined;
 }
 
 static const CallRegistrar kIniCalls{
