@@ -55,12 +55,13 @@ bool sameName(Bytes a, Bytes b);
 // it, as the reader finds names in the file.
 std::string nameBytes(TextView name);
 
-// The first section named `name`: its head line, and where the next section's head starts.
+// The first section named `name` whose head's "[" stands at `from` or later: its head line, and
+// where the next section's head starts.
 struct SectionSpan {
   Line head;
   size_t end;
 };
 
-std::optional<SectionSpan> findSection(Bytes all, Bytes name);
+std::optional<SectionSpan> findSection(Bytes all, Bytes name, size_t from = 0);
 
 }  // namespace zrk::platform::ini

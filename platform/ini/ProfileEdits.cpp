@@ -39,9 +39,13 @@ bool endsInLineEnd(Bytes all) {
   return !all.empty() && (all.back() == '\r' || all.back() == '\n');
 }
 
+// The file with one edit made. The search for the section starts at `sectionAt`, which comes
+// back as where the section's head line starts when every byte before it stayed (a key set or
+// deleted), else 0.
 std::optional<std::string> edited(Bytes all, Bytes section, const std::string* key,
-                                  const std::string* value) {
-  auto sec = findSection(all, section);
+                                  const std::string* value, size_t& sectionAt) {
+  auto sec = findSection(all, section, sectionAt);
+  sectionAt = (sec && key) ? sec->head.begin : 0;
   const std::string eol(lineEndOf(all));
   if (!key) {  // delete the section with its keys
     if (!sec) return std::nullopt;
@@ -137,9 +141,15 @@ bool writeProfileEdits(std::span<const ProfileEdit> edits, TextView file) {
     }
   }
   bool changed = false;
+  // A section found by one edit is sought from there by the next edit of it: no section of its
+  // name stands before it, and the edits of its keys leave the bytes before it.
+  size_t sectionAt = 0;
+  const std::string* lastSection = nullptr;
   for (const EditBytes& c : changes) {
-    if (auto result =
-            edited(all, c.section, c.key ? &*c.key : nullptr, c.value ? &*c.value : nullptr)) {
+    if (!lastSection || !sameName(*lastSection, c.section)) sectionAt = 0;
+    lastSection = &c.section;
+    if (auto result = edited(all, c.section, c.key ? &*c.key : nullptr,
+                             c.value ? &*c.value : nullptr, sectionAt)) {
       all = std::move(*result);
       changed = true;
     }

@@ -95,8 +95,9 @@ size_t nextSectionHead(Bytes all, size_t from) {
 
 // Calls fn(line) for each section head in file order until it gives false.
 template <class Fn>
-void forEachSectionHead(Bytes all, Fn&& fn) {
-  for (size_t at = nextSectionHead(all, 0); at != Bytes::npos; at = nextSectionHead(all, at + 1)) {
+void forEachSectionHead(Bytes all, Fn&& fn, size_t from = 0) {
+  for (size_t at = nextSectionHead(all, from); at != Bytes::npos;
+       at = nextSectionHead(all, at + 1)) {
     Line l = headLine(all, at);
     if (l.kind == Line::Kind::Section && !fn(l)) return;
   }
@@ -239,16 +240,19 @@ std::string nameBytes(TextView name) {
   return bytes;
 }
 
-std::optional<SectionSpan> findSection(Bytes all, Bytes name) {
+std::optional<SectionSpan> findSection(Bytes all, Bytes name, size_t from) {
   std::optional<SectionSpan> span;
-  forEachSectionHead(all, [&](const Line& l) {
-    if (span) {
-      span->end = l.begin;
-      return false;
-    }
-    if (sameName(l.name, name)) span = SectionSpan{l, all.size()};
-    return true;
-  });
+  forEachSectionHead(
+      all,
+      [&](const Line& l) {
+        if (span) {
+          span->end = l.begin;
+          return false;
+        }
+        if (sameName(l.name, name)) span = SectionSpan{l, all.size()};
+        return true;
+      },
+      from);
   return span;
 }
 
