@@ -20,14 +20,6 @@ namespace {
 
 using namespace ini;
 
-// The file with the replacement of bytes [from, to) by `with`.
-std::string spliced(Bytes all, size_t from, size_t to, Bytes with) {
-  std::string out;
-  out.reserve(all.size() + with.size());
-  out.append(all.substr(0, from)).append(with).append(all.substr(to));
-  return out;
-}
-
 // The line end of new lines: a file whose first line ends in a lone LF gets LF, every other
 // file CR LF.
 Bytes lineEndOf(Bytes all) {
@@ -39,25 +31,28 @@ bool endsInLineEnd(Bytes all) {
   return !all.empty() && (all.back() == '\r' || all.back() == '\n');
 }
 
-// The file with one edit made. The search for the section starts at `sectionAt`, which comes
-// back as where the section's head line starts when every byte before it stayed (a key set or
-// deleted), else 0.
-std::optional<std::string> edited(Bytes all, Bytes section, const std::string* key,
-                                  const std::string* value, size_t& sectionAt) {
+// Makes one edit in the file's bytes, in place; false when it changes nothing. The search for
+// the section starts at `sectionAt`, which comes back as where the section's head line starts
+// when every byte before it stayed (a key set or deleted), else 0.
+bool edit(std::string& file, Bytes section, const std::string* key, const std::string* value,
+          size_t& sectionAt) {
+  const Bytes all = file;
   auto sec = findSection(all, section, sectionAt);
   sectionAt = (sec && key) ? sec->head.begin : 0;
   const std::string eol(lineEndOf(all));
   if (!key) {  // delete the section with its keys
-    if (!sec) return std::nullopt;
-    return spliced(all, sec->head.begin, sec->end, {});
+    if (!sec) return false;
+    file.erase(sec->head.begin, sec->end - sec->head.begin);
+    return true;
   }
   if (!sec) {
-    if (!value) return std::nullopt;
+    if (!value) return false;
     std::string tail;
     if (all.size() > firstLineStart(all) && !endsInLineEnd(all)) tail += eol;
     tail.append("[").append(section).append("]").append(eol);
     tail.append(*key).append("=").append(*value).append(eol);
-    return std::string(all) + tail;
+    file += tail;
+    return true;
   }
   std::optional<Line> at;
   Line lastKey = sec->head;  // a new key goes behind the section's last key line
@@ -72,12 +67,16 @@ std::optional<std::string> edited(Bytes all, Bytes section, const std::string* k
       },
       sec->head.next);
   if (!value) {
-    if (!at) return std::nullopt;
-    return spliced(all, at->begin, at->next, {});
+    if (!at) return false;
+    file.erase(at->begin, at->next - at->begin);
+    return true;
   }
-  if (at) return spliced(all, at->begin, at->end, std::string(at->name) + "=" + *value);
-  std::string insert = (lastKey.next == lastKey.end ? eol : "") + *key + "=" + *value + eol;
-  return spliced(all, lastKey.next, lastKey.next, insert);
+  if (at) {
+    file.replace(at->begin, at->end - at->begin, std::string(at->name) + "=" + *value);
+    return true;
+  }
+  file.insert(lastKey.next, (lastKey.next == lastKey.end ? eol : "") + *key + "=" + *value + eol);
+  return true;
 }
 
 // Whether a write can be read back and adds no line of its own: no line end anywhere, no "]"
@@ -148,11 +147,8 @@ bool writeProfileEdits(std::span<const ProfileEdit> edits, TextView file) {
   for (const EditBytes& c : changes) {
     if (!lastSection || !sameName(*lastSection, c.section)) sectionAt = 0;
     lastSection = &c.section;
-    if (auto result = edited(all, c.section, c.key ? &*c.key : nullptr,
-                             c.value ? &*c.value : nullptr, sectionAt)) {
-      all = std::move(*result);
-      changed = true;
-    }
+    changed |=
+        edit(all, c.section, c.key ? &*c.key : nullptr, c.value ? &*c.value : nullptr, sectionAt);
   }
   if (!changed) return true;  // nothing to change
   return replaceFileAtomically(path, all);
