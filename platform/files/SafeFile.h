@@ -90,6 +90,9 @@ class FileReplacement {
   // The file `name` of the folder open as `folderFd`, which stays open while the object lives;
   // a symbolic link there is replaced. `shownPath` names the file for the fault seam.
   FileReplacement(int folderFd, const std::string& name, const std::string& shownPath);
+  // As above, with `there` what statAt() has just said of the name, so that it is not asked again.
+  FileReplacement(int folderFd, const std::string& name, const std::string& shownPath,
+                  const std::optional<struct stat>& there);
   ~FileReplacement();
   FileReplacement(const FileReplacement&) = delete;
   FileReplacement& operator=(const FileReplacement&) = delete;
