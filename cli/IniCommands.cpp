@@ -24,10 +24,9 @@ void printTexts(const Variant& v, bool dropLast) {
     printValue(a.at(i).toText());
 }
 
-// The file operand at `index`. A file that exists but that the caller may not read is a
-// failure of its own: read as missing, it would pass for a missing key.
-Text readableFile(const Context& c, size_t index) {
-  Text path = pathArg(c, index, "FILE");
+// Fails for a file that exists but that the caller may not read: read as missing, it would
+// pass for a missing key.
+void refuseUnreadable(const Context& c, const Text& path) {
   int fd = ::open(platform::nativePath(path).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (fd >= 0) {
     ::close(fd);
@@ -35,6 +34,12 @@ Text readableFile(const Context& c, size_t index) {
     throw ToolError{commandName(c.command) + ": cannot read " + quotePath(path) + ": " +
                     std::strerror(errno)};
   }
+}
+
+// The file operand at `index`, refused when it exists but cannot be read.
+Text readableFile(const Context& c, size_t index) {
+  Text path = pathArg(c, index, "FILE");
+  refuseUnreadable(c, path);
   return path;
 }
 
@@ -120,25 +125,31 @@ int section(Context& c) {
 
 // A missing file, section or key gives exit 1 and no output, so that an empty value and no
 // value differ. A key holding "=" is searched in the raw lines, as the library's lookup does.
+// A value found shows the file readable; only a miss asks whether the file could be read.
 int get(Context& c) {
-  Text file = readableFile(c, 0), sect = valueArg(c, 1, "SECTION"), key = valueArg(c, 2, "KEY");
-  if (key.find(u'=') != Text::npos) {
-    Text value = c.kvn.GetIniKey(sect, key, file);
-    if (value.empty()) return 1;
-    printValue(value);
-    return 0;
+  Text file = pathArg(c, 0, "FILE"), sect = valueArg(c, 1, "SECTION"), key = valueArg(c, 2, "KEY");
+  std::optional<Text> value;
+  if (key.find(u'=') == Text::npos) {
+    value = keyValue(c, file, sect, key);
+  } else if (Text raw = c.kvn.GetIniKey(sect, key, file); !raw.empty()) {
+    value = std::move(raw);
   }
-  std::optional<Text> value = keyValue(c, file, sect, key);
-  if (!value) return 1;
+  if (!value) {
+    refuseUnreadable(c, file);
+    return 1;
+  }
   printValue(*value);
   return 0;
 }
 
 // Each key name of the section once, as first written; exit 1 when there is none.
 int keys(Context& c) {
-  Text file = readableFile(c, 0), sect = valueArg(c, 1, "SECTION");
+  Text file = pathArg(c, 0, "FILE"), sect = valueArg(c, 1, "SECTION");
   auto lines = keyLines(c, file, sect);
-  if (!lines) return 1;
+  if (!lines) {
+    refuseUnreadable(c, file);
+    return 1;
+  }
   std::vector<Text> names;
   for (const KeyLine& k : *lines) {
     bool seen = std::any_of(names.begin(), names.end(),

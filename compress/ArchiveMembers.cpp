@@ -36,11 +36,11 @@ void MemberOutput::write(const Text& name, std::string_view line) {
   try {
     bool repeated = out_.wrote(name);
     if (repeated && rules_.notice) rules_.notice(name, MemberRules::Event::Repeated);
-    if (!repeated && rules_.keepExisting && out_.holds(name)) {
-      if (rules_.notice) rules_.notice(name, MemberRules::Event::Kept);
-      return;
+    using Existing = platform::ExtractionFolder::Existing;
+    Existing existing = !repeated && rules_.keepExisting ? Existing::Keep : Existing::Replace;
+    if (!out_.writeFile(name, line, existing) && rules_.notice) {
+      rules_.notice(name, MemberRules::Event::Kept);
     }
-    out_.writeFile(name, line);
   } catch (const Failure& f) {
     files::reportWriteFailure(folder_ + u"/" + name, f.info());
   }

@@ -54,11 +54,6 @@ std::string ExtractionFolder::entryFor(TextView name, const Text& lower) {
   return statAt(handle_->fd(), written) ? written : it->second.name;
 }
 
-bool ExtractionFolder::holds(TextView name) {
-  if (!handle_) open();
-  return statAt(handle_->fd(), entryFor(name, lowerCase(name))).has_value();
-}
-
 bool ExtractionFolder::wrote(TextView name) const {
   auto it = index_.find(lowerCase(name));
   return it != index_.end() && it->second.written;
@@ -71,21 +66,25 @@ void ExtractionFolder::dropWaiting(const std::string& entry) {
   if (it != waiting_.end()) waiting_.erase(it);
 }
 
-void ExtractionFolder::writeFile(TextView name, std::string_view bytes) {
+// One look at the name serves both the choice to keep what stands there and the replacement.
+bool ExtractionFolder::writeFile(TextView name, std::string_view bytes, Existing existing) {
   if (!handle_) open();
   Text lower = lowerCase(name);
   std::string entry = entryFor(name, lower);
+  std::optional<struct stat> there = statAt(handle_->fd(), entry);
+  if (there && existing == Existing::Keep) return false;
   dropWaiting(entry);
-  auto file = std::make_unique<FileReplacement>(handle_->fd(), entry, native_ + "/" + entry);
+  auto file = std::make_unique<FileReplacement>(handle_->fd(), entry, native_ + "/" + entry, there);
   file->write(bytes);
   index_.insert_or_assign(std::move(lower), Entry{entry, true});
   if (file->inPlace()) {
     file->commit();  // a file rewritten in place takes its own sync
-    return;
+    return true;
   }
   waiting_.push_back({Text(name), entry, std::move(file)});
   waitingBytes_ += bytes.size();
   if (waiting_.size() >= batchFiles_ || waitingBytes_ >= kBatchBytes) putWaiting();
+  return true;
 }
 
 // Makes the waiting files durable: each by itself when they are few, else the whole file

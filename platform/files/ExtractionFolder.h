@@ -32,15 +32,16 @@ class ExtractionFolder {
   ExtractionFolder(const ExtractionFolder&) = delete;
   ExtractionFolder& operator=(const ExtractionFolder&) = delete;
 
+  // What writeFile() does where a file of the name (without regard to case) stands now, as a
+  // file, a folder or a link: replaces it, or keeps it and writes nothing.
+  enum class Existing { Replace, Keep };
+
   // Writes `bytes` as the whole new content of the file `name` (a single component); it is in
   // place at the latest when the batch it waits in is full, or at flush(). A file whose name
   // differs only in case is replaced under its own name; a symbolic link standing there is
-  // replaced by a regular file. Failures as for any whole-file write.
-  void writeFile(TextView name, std::string_view bytes);
-
-  // Whether a file of this name (without regard to case) stands in the folder now, as a file,
-  // a folder or a link.
-  bool holds(TextView name);
+  // replaced by a regular file. Failures as for any whole-file write. False when a file was
+  // kept.
+  bool writeFile(TextView name, std::string_view bytes, Existing existing = Existing::Replace);
 
   // Whether writeFile() has taken a file of this name (without regard to case).
   bool wrote(TextView name) const;

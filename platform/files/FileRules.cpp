@@ -34,6 +34,11 @@ Failure writeFailure(int e) {
   return failureFromErrno(e);
 }
 
+// The errno that refuses a file of this kind where a regular file is wanted.
+int notRegularError(const struct stat& st) {
+  return S_ISDIR(st.st_mode) ? EISDIR : ENXIO;
+}
+
 }  // namespace
 
 void failWrite(int e) {
@@ -71,19 +76,21 @@ std::optional<struct stat> statAt(int dirFd, const std::string& name) {
 }
 
 int openRegularFile(const std::string& path, int flags, mode_t mode, struct stat& st) {
-  if (::stat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode)) {
-    errno = S_ISDIR(st.st_mode) ? EISDIR : ENXIO;
+  int fd = sys::open(path.c_str(), flags | O_NONBLOCK | O_NOCTTY, mode);
+  if (fd < 0) {
+    // What is not a regular file is refused as such, even where the open itself was refused.
+    int e = errno;
+    errno = ::stat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode) ? notRegularError(st) : e;
     return -1;
   }
-  int fd = sys::open(path.c_str(), flags | O_NONBLOCK | O_NOCTTY, mode);
-  if (fd < 0) return -1;
   if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
-    int e = S_ISDIR(st.st_mode) ? EISDIR : ENXIO;
+    int e = notRegularError(st);
     ::close(fd);
     errno = e;
     return -1;
   }
-  ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+  // Only the status flags change: the open's own flags without O_NONBLOCK.
+  ::fcntl(fd, F_SETFL, flags & ~O_NONBLOCK);
   return fd;
 }
 

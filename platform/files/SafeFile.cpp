@@ -29,12 +29,18 @@ FileReplacement::FileReplacement(const std::string& path, Links links) {
   dirFd_ = ownFolder_->fd();
   name_ = lastComponent(target);
   shownPath_ = target;
+  old_ = statAt(dirFd_, name_);
   open();
 }
 
 FileReplacement::FileReplacement(int folderFd, const std::string& name,
                                  const std::string& shownPath)
-    : dirFd_(folderFd), name_(name), shownPath_(shownPath) {
+    : FileReplacement(folderFd, name, shownPath, statAt(folderFd, name)) {}
+
+FileReplacement::FileReplacement(int folderFd, const std::string& name,
+                                 const std::string& shownPath,
+                                 const std::optional<struct stat>& there)
+    : dirFd_(folderFd), name_(name), shownPath_(shownPath), old_(there) {
   open();
 }
 
@@ -44,7 +50,6 @@ FileReplacement::~FileReplacement() {
 
 void FileReplacement::open() {
   if (name_.empty() || name_ == "." || name_ == "..") failWrite(EISDIR);
-  old_ = statAt(dirFd_, name_);
   if (old_ && S_ISLNK(old_->st_mode)) old_.reset();  // a link here is replaced, not followed
   if (old_) {
     if (S_ISDIR(old_->st_mode)) failWrite(EISDIR);

@@ -56,10 +56,10 @@ class FolderHandle {
 };
 
 // Opens `path` (links followed) with `flags` for a file's bytes, without blocking and without
-// touching anything that is not a regular file: a FIFO, socket or device is refused before the
-// open where a stat shows it, and after a non-blocking open where one was swapped in; the
-// descriptor then blocks as usual. -1 with errno EISDIR for a folder, ENXIO for another kind of
-// file, else the open's own; `st` holds what fstat says of the open file.
+// reading anything that is not a regular file: the open does not block, and a FIFO, socket,
+// device or folder is refused by what fstat says of the open file, or by what stat says of the
+// path when the open fails; the descriptor then blocks as usual. -1 with errno EISDIR for a folder,
+// ENXIO for another kind of file, else the open's own; `st` holds what fstat says of the open file.
 int openRegularFile(const std::string& path, int flags, mode_t mode, struct stat& st);
 
 // Where the old content of a file rewritten in place waits until the new is whole: the first
@@ -90,6 +90,9 @@ class FileReplacement {
   // The file `name` of the folder open as `folderFd`, which stays open while the object lives;
   // a symbolic link there is replaced. `shownPath` names the file for the fault seam.
   FileReplacement(int folderFd, const std::string& name, const std::string& shownPath);
+  // As above, with `there` what statAt() has just said of the name, so that it is not asked again.
+  FileReplacement(int folderFd, const std::string& name, const std::string& shownPath,
+                  const std::optional<struct stat>& there);
   ~FileReplacement();
   FileReplacement(const FileReplacement&) = delete;
   FileReplacement& operator=(const FileReplacement&) = delete;
