@@ -41,15 +41,10 @@ std::string checkedPath(TextView path) {
 BinaryFile::BinaryFile(TextView path) : path_(checkedPath(path)), handle_(openBinary(path_)) {}
 
 void BinaryFile::readAt(int64_t position, std::string& into) {
-  size_t done = 0;
-  while (done < into.size()) {
-    ssize_t n = ::pread(handle_.fd(), into.data() + done, into.size() - done,
-                        off_t(position - 1) + off_t(done));
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) throw failureFromErrno(errno);
-    if (n == 0) break;
-    done += size_t(n);
-  }
+  if (position < 1) throw failureFromErrno(EINVAL);  // as a read before the file's start
+  // Bytes past the end of the file stay as they were.
+  if (sys::readAll(handle_.fd(), into.data(), into.size(), off_t(position - 1)) < 0)
+    throw failureFromErrno(errno);
 }
 
 void BinaryFile::writeAt(int64_t position, std::string_view bytes) {

@@ -34,17 +34,9 @@ Failure openFailure(int e) {
 
 // Reads into `dst` until its `room` is full or the file ends; gives the count read.
 size_t readUpTo(int fd, char* dst, size_t room) {
-  size_t have = 0;
-  while (have < room) {
-    ssize_t n = ::read(fd, dst + have, room - have);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      throw failureFromErrno(errno);
-    }
-    if (n == 0) break;
-    have += size_t(n);
-  }
-  return have;
+  ssize_t n = sys::readAll(fd, dst, room, sys::kAtPosition);
+  if (n < 0) throw failureFromErrno(errno);
+  return size_t(n);
 }
 
 size_t pageSize() {

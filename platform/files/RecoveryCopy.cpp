@@ -20,15 +20,9 @@ namespace {
 
 // Reads up to `n` bytes at `at`; fewer only at the end of the file.
 size_t readAt(int fd, char* into, size_t n, off_t at) {
-  size_t done = 0;
-  while (done < n) {
-    ssize_t r = ::pread(fd, into + done, n - done, at + off_t(done));
-    if (r < 0 && errno == EINTR) continue;
-    if (r < 0) failWrite(errno);
-    if (r == 0) break;
-    done += size_t(r);
-  }
-  return done;
+  ssize_t r = sys::readAll(fd, into, n, at);
+  if (r < 0) failWrite(errno);
+  return size_t(r);
 }
 
 // Copies the whole content of `from` to `to` (both from their first byte), and gives its length.

@@ -107,6 +107,19 @@ int writeAll(int fd, std::string_view bytes, off_t at, const char* path) {
   return 0;
 }
 
+ssize_t readAll(int fd, char* into, size_t n, off_t at) {
+  size_t done = 0;
+  while (done < n) {
+    ssize_t r = at == kAtPosition ? ::read(fd, into + done, n - done)
+                                  : ::pread(fd, into + done, n - done, at + off_t(done));
+    if (r < 0 && errno == EINTR) continue;
+    if (r < 0) return -1;
+    if (r == 0) break;
+    done += size_t(r);
+  }
+  return ssize_t(done);
+}
+
 int mkdir(const char* path, mode_t mode) {
   if (int e = faults::check(faults::Call::MakeFolder, path)) return failWith(e);
   return ::mkdir(path, mode);

@@ -27,6 +27,10 @@ int linkat(int fd, int dirFd, const char* name, const char* path);
 // that wrote nothing). A null `path` keeps the writes out of the seam's reach.
 inline constexpr off_t kAtPosition = -1;
 int writeAll(int fd, std::string_view bytes, off_t at, const char* path);
+// Reads `n` bytes into `into` at offset `at`, or at the descriptor's position for kAtPosition,
+// again after a short read or a signal; fewer only at the end of the file. Gives the count read,
+// or -1 with errno set.
+ssize_t readAll(int fd, char* into, size_t n, off_t at);
 }  // namespace sys
 
 // Faults for the calls above (a link that puts a file in place counts as its rename). Each rule
