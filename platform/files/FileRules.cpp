@@ -76,13 +76,15 @@ std::optional<struct stat> statAt(int dirFd, const std::string& name) {
 }
 
 int openRegularFile(const std::string& path, int flags, mode_t mode, struct stat& st) {
-  int fd = sys::open(path.c_str(), flags | O_NONBLOCK | O_NOCTTY, mode);
-  if (fd < 0) {
-    // What is not a regular file is refused as such, even where the open itself was refused.
-    int e = errno;
-    errno = ::stat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode) ? notRegularError(st) : e;
+  // What is not a regular file is never opened: opening a device may act on it (a watchdog arms,
+  // a tape rewinds), and a FIFO would wait for its other end.
+  if (::stat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode)) {
+    errno = notRegularError(st);
     return -1;
   }
+  int fd = sys::open(path.c_str(), flags | O_NONBLOCK | O_NOCTTY, mode);
+  if (fd < 0) return -1;
+  // Something else may have been swapped in since the stat.
   if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
     int e = notRegularError(st);
     ::close(fd);

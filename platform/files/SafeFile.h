@@ -56,10 +56,10 @@ class FolderHandle {
 };
 
 // Opens `path` (links followed) with `flags` for a file's bytes, without blocking and without
-// reading anything that is not a regular file: the open does not block, and a FIFO, socket,
-// device or folder is refused by what fstat says of the open file, or by what stat says of the
-// path when the open fails; the descriptor then blocks as usual. -1 with errno EISDIR for a folder,
-// ENXIO for another kind of file, else the open's own; `st` holds what fstat says of the open file.
+// opening anything that is not a regular file: a FIFO, socket, device or folder is refused by what
+// stat says of the path before the open, and by what fstat says of the open file (something may
+// have been swapped in between); the descriptor then blocks as usual. -1 with errno EISDIR for a
+// folder, ENXIO for another kind of file, else the open's own; `st` holds what fstat says.
 int openRegularFile(const std::string& path, int flags, mode_t mode, struct stat& st);
 
 // Where the old content of a file rewritten in place waits until the new is whole: the first

@@ -1,5 +1,6 @@
 // Whole-file byte reads: the string read and the page image give the same bytes and failures.
 #include <fcntl.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -48,11 +49,15 @@ TEST(FileBytes, FilesThatStateNoSizeAreReadToTheirEnd) {
 }
 
 // A FIFO, socket or device where a file is expected is refused at once, with no writer on the
-// FIFO's other end to wait for, and a device that never ends is not read at all.
+// FIFO's other end to wait for, and a device that never ends is not read at all. None is even
+// opened (an open may act on a device): the FIFO's watch sees no open.
 TEST(FileBytes, OnlyRegularFilesAreReadAndNothingBlocks) {
   TempDir d;
   std::string fifo = d / "pipe";
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  int watch = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+  ASSERT_GE(watch, 0);
+  ASSERT_GE(::inotify_add_watch(watch, fifo.c_str(), IN_OPEN), 0);
   test::makeUnopenableFile(d / "socket");
   ASSERT_EQ(::symlink("/dev/zero", (d / "zero-link").c_str()), 0);
   for (const std::string& path :
@@ -62,6 +67,9 @@ TEST(FileBytes, OnlyRegularFilesAreReadAndNothingBlocks) {
     EXPECT_EQ(test::failureOf([&] { TextInputFile lines(T(path)); }), err::PathFileAccessError)
         << path;
   }
+  char events[4096];
+  EXPECT_EQ(::read(watch, events, sizeof events), -1) << "the FIFO was opened";
+  ::close(watch);
 }
 
 // A FIFO swapped with the file again and again while it is read: each read gives the file's
