@@ -96,8 +96,8 @@ std::string commandName(int proc, uint32_t pid) {
   return name;
 }
 
-// The last component of a path: lastComponent of the files service, which this service may not
-// use (it lies on the same row), and too small to move to the ground types.
+// The last component of a path: lastComponent of the files service, which lies above this one
+// and so may not be used here; too small to move to the ground types.
 std::string fileNameOf(const std::string& path) {
   return path.substr(path.rfind('/') + 1);
 }
